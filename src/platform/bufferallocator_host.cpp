@@ -1,0 +1,78 @@
+#include <BufferAllocator/BufferAllocator.h>
+
+#include <cerrno>
+#include <fcntl.h>
+#include <linux/dma-buf.h>
+#include <linux/dma-heap.h>
+#include <sys/ioctl.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr const char* kSystemHeap = "/dev/dma_heap/system";
+
+int SyncIoctl(int fd, unsigned long long flags) {
+    struct dma_buf_sync sync = {};
+    sync.flags = flags;
+    int ret;
+    do {
+        ret = ioctl(fd, DMA_BUF_IOCTL_SYNC, &sync);
+    } while (ret < 0 && errno == EINTR);
+    return ret < 0 ? -errno : 0;
+}
+
+}  // namespace
+
+BufferAllocator::BufferAllocator() {
+    heap_fd_ = open(kSystemHeap, O_RDONLY | O_CLOEXEC);
+}
+
+BufferAllocator::~BufferAllocator() {
+    if (heap_fd_ >= 0) {
+        close(heap_fd_);
+    }
+}
+
+int BufferAllocator::AllocSystem(bool /*cpu_access_needed*/, size_t len, unsigned int heap_flags,
+                                 size_t /*legacy_align*/) {
+    if (heap_fd_ >= 0) {
+        struct dma_heap_allocation_data data = {};
+        data.len = len;
+        data.fd_flags = O_RDWR | O_CLOEXEC;
+        data.heap_flags = heap_flags;
+        int ret;
+        do {
+            ret = ioctl(heap_fd_, DMA_HEAP_IOCTL_ALLOC, &data);
+        } while (ret < 0 && errno == EINTR);
+        return ret < 0 ? -errno : static_cast<int>(data.fd);
+    }
+    const int fd = memfd_create("zoltools-dmabuf", MFD_CLOEXEC);
+    if (fd < 0) {
+        return -errno;
+    }
+    if (ftruncate(fd, static_cast<off_t>(len)) < 0) {
+        const int err = errno;
+        close(fd);
+        return -err;
+    }
+    return fd;
+}
+
+int BufferAllocator::CpuSyncStart(unsigned int dmabuf_fd, SyncType sync_type,
+                                  const CustomCpuSyncLegacyIon& /*legacy_ion_cpu_sync*/,
+                                  void* /*legacy_ion_custom_data*/) {
+    if (heap_fd_ < 0) {
+        return 0;  // memfd pages are ordinary cached memory: nothing to synchronise
+    }
+    return SyncIoctl(static_cast<int>(dmabuf_fd), DMA_BUF_SYNC_START | sync_type);
+}
+
+int BufferAllocator::CpuSyncEnd(unsigned int dmabuf_fd, SyncType sync_type,
+                                const CustomCpuSyncLegacyIon& /*legacy_ion_cpu_sync*/,
+                                void* /*legacy_ion_custom_data*/) {
+    if (heap_fd_ < 0) {
+        return 0;
+    }
+    return SyncIoctl(static_cast<int>(dmabuf_fd), DMA_BUF_SYNC_END | sync_type);
+}

@@ -1,0 +1,5 @@
+// (Being written.)
+#pragma once
+
+#include "zolexport.h"
+#include "zolimagebuffer.h"

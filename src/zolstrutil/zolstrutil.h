@@ -1,0 +1,4 @@
+// (Being written.)
+#pragma once
+
+#include "zolexport.h"

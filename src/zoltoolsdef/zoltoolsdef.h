@@ -1,0 +1,126 @@
+// The debug log: one process-wide level and five severity functions that write to the Android
+// log under the tag "ZOL" and hand the same text to the offline log.
+//
+// ZOLToolsLogLevel is read once, from the property "persist.vendor.camera.zoltools.loglevel"
+// (default 5), when the library is loaded; writing the global afterwards takes effect at the
+// next call site. 0 or less silences everything, 5 or more lets everything through:
+//
+//   function        passes at level >=   Android priority   offline log entry point
+//   ZOLDebugLogE    1                    ERROR              ZOLOfflineLog::ZOLOfflineLogE
+//   ZOLDebugLogW    2                    WARN               ZOLOfflineLog::ZOLOfflineLogW
+//   ZOLDebugLogD    3                    DEBUG              ZOLOfflineLog::ZOLOfflineLogD
+//   ZOLDebugLogI    4                    INFO               ZOLOfflineLog::ZOLOfflineLogI
+//   ZOLDebugLogV    5                    VERBOSE            ZOLOfflineLog::ZOLOfflineLogV
+//
+// Debug (3) passes before info (4) on purpose. The level test belongs at the call site, before
+// any formatting: use the guards ZOL_LOGE ... ZOL_LOGV, which cost one load and one compare
+// when the message is suppressed and do not evaluate its arguments.
+//
+//   ZOL_LOGD("[%s] %s:%d %s() Free buffer: %p", name, ZOL_FILE, __LINE__, "FreeBuffer", p);
+//
+// The five functions have internal linkage (each user of this header has its own copy) and
+// keep no state: any thread may call them at any time. A message is cut to 1,023 characters.
+#pragma once
+
+#include <android/log.h>
+
+#include <cstdarg>
+#include <cstdint>
+#include <cstdio>
+
+#include "zolexport.h"
+#include "zolofflinelog.h"
+
+// The process-wide debug log level.
+ZOL_EXPORT extern int32_t ZOLToolsLogLevel;
+
+// The level each severity needs.
+#define ZOL_LOG_THRESHOLD_E 1
+#define ZOL_LOG_THRESHOLD_W 2
+#define ZOL_LOG_THRESHOLD_D 3
+#define ZOL_LOG_THRESHOLD_I 4
+#define ZOL_LOG_THRESHOLD_V 5
+
+// The base name of the current source file, for the "%s:%d %s() " fields of log lines.
+#define ZOL_FILE __FILE_NAME__
+
+// True when messages of the given threshold pass. The global is read afresh every time (a
+// relaxed atomic load: the same single instruction as a plain load, and no data race with a
+// caller that changes the level while other threads log).
+#define ZOL_LOG_ON(threshold) (__atomic_load_n(&ZOLToolsLogLevel, __ATOMIC_RELAXED) >= (threshold))
+
+#define ZOL_LOGE(...)                          \
+    do {                                       \
+        if (ZOL_LOG_ON(ZOL_LOG_THRESHOLD_E)) { \
+            ZOLDebugLogE(__VA_ARGS__);         \
+        }                                      \
+    } while (0)
+#define ZOL_LOGW(...)                          \
+    do {                                       \
+        if (ZOL_LOG_ON(ZOL_LOG_THRESHOLD_W)) { \
+            ZOLDebugLogW(__VA_ARGS__);         \
+        }                                      \
+    } while (0)
+#define ZOL_LOGD(...)                          \
+    do {                                       \
+        if (ZOL_LOG_ON(ZOL_LOG_THRESHOLD_D)) { \
+            ZOLDebugLogD(__VA_ARGS__);         \
+        }                                      \
+    } while (0)
+#define ZOL_LOGI(...)                          \
+    do {                                       \
+        if (ZOL_LOG_ON(ZOL_LOG_THRESHOLD_I)) { \
+            ZOLDebugLogI(__VA_ARGS__);         \
+        }                                      \
+    } while (0)
+#define ZOL_LOGV(...)                          \
+    do {                                       \
+        if (ZOL_LOG_ON(ZOL_LOG_THRESHOLD_V)) { \
+            ZOLDebugLogV(__VA_ARGS__);         \
+        }                                      \
+    } while (0)
+
+namespace zol {
+namespace debuglog {
+
+constexpr int kBufferSize = 1024;
+
+// Formats into the caller's 1,024-byte buffer, writes it to the Android log and hands it to
+// the offline log entry point `offline`.
+inline void Write(int priority, void (*offline)(const char*, ...), const char* fmt, va_list args) {
+    char buffer[kBufferSize] = {};
+    vsnprintf(buffer, sizeof(buffer), fmt, args);
+    __android_log_write(priority, "ZOL", buffer);
+    // The offline log formats the text a second time. Only "%%" may mean anything there (it
+    // becomes "%"); any other conversion in the text (say a "%s" from a file name) is kept as
+    // it stands, and no argument is ever read for it.
+    char text[kBufferSize];
+    int out = 0;
+    for (int in = 0; buffer[in] != '\0'; ++in, ++out) {
+        text[out] = buffer[in];
+        if (buffer[in] == '%' && buffer[in + 1] == '%') {
+            ++in;
+        }
+    }
+    text[out] = '\0';
+    offline("%s", text);
+}
+
+}  // namespace debuglog
+}  // namespace zol
+
+#define ZOL_DEBUGLOG_DEFINE(name, priority, offline)                                              \
+    __attribute__((format(printf, 1, 2), unused)) static inline void name(const char* fmt, ...) { \
+        va_list args;                                                                             \
+        va_start(args, fmt);                                                                      \
+        ::zol::debuglog::Write(priority, offline, fmt, args);                                     \
+        va_end(args);                                                                             \
+    }
+
+ZOL_DEBUGLOG_DEFINE(ZOLDebugLogE, ANDROID_LOG_ERROR, &ZOLOfflineLog::ZOLOfflineLogE)
+ZOL_DEBUGLOG_DEFINE(ZOLDebugLogW, ANDROID_LOG_WARN, &ZOLOfflineLog::ZOLOfflineLogW)
+ZOL_DEBUGLOG_DEFINE(ZOLDebugLogD, ANDROID_LOG_DEBUG, &ZOLOfflineLog::ZOLOfflineLogD)
+ZOL_DEBUGLOG_DEFINE(ZOLDebugLogI, ANDROID_LOG_INFO, &ZOLOfflineLog::ZOLOfflineLogI)
+ZOL_DEBUGLOG_DEFINE(ZOLDebugLogV, ANDROID_LOG_VERBOSE, &ZOLOfflineLog::ZOLOfflineLogV)
+
+#undef ZOL_DEBUGLOG_DEFINE
