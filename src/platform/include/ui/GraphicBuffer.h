@@ -4,21 +4,33 @@
 // read once, at construction (its header and first data slot are copied): callers may pass a
 // handle in storage that ends with the call, as the platform allows for a wrapped handle.
 //
-// It uses the header-only LightRefBase, so nothing needs the platform's utility library at run
-// time; the two race/stack reporters that android::sp refers to are supplied by the library.
+// It counts its references itself, in the header, the way the platform's light reference base
+// does (so nothing needs the platform's utility library at run time), but with an acquire-release
+// decrement instead of a release decrement plus a fence, which ThreadSanitizer can follow. The
+// two race/stack reporters that android::sp refers to are supplied by the library.
 #pragma once
+
+#include <cstdint>  // before StrongPointer.h, which uses uintptr_t without including it
 
 #include <android/hardware_buffer.h>
 #include <cutils/native_handle.h>
-#include <utils/LightRefBase.h>
 #include <utils/StrongPointer.h>
 
-#include <cstdint>
+#include <atomic>
 
 namespace android {
 
-class GraphicBuffer : public LightRefBase<GraphicBuffer> {
+class GraphicBuffer {
 public:
+    // The strong-reference protocol android::sp uses.
+    void incStrong(const void* /*id*/) const { count_.fetch_add(1, std::memory_order_relaxed); }
+    void decStrong(const void* /*id*/) const {
+        if (count_.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+            delete this;
+        }
+    }
+    int32_t getStrongCount() const { return count_.load(std::memory_order_relaxed); }
+
     enum HandleWrapMethod : uint8_t {
         WRAP_HANDLE,
         TAKE_HANDLE,
@@ -51,8 +63,9 @@ public:
     bool hadHandle() const { return had_handle_; }
 
 private:
-    friend class LightRefBase<GraphicBuffer>;
-    ~GraphicBuffer() = default;
+    ~GraphicBuffer() = default;  // only the last strong reference deletes it
+
+    mutable std::atomic<int32_t> count_{0};
 
     HandleWrapMethod method_;
     uint32_t width_;
