@@ -1,5 +1,212 @@
-// (Being written.)
+// Buffer management: raw buffers and multi-plane images (zolimagebuffer.h) for algorithm
+// wrapper code, from process heap memory (type 0) or DMA-buf memory of the system heap mapped
+// into the process (type 1), recycled by exact size through one process-wide pool.
+//
+// Three layers, bottom up:
+//
+//   ZOLBufferAllocator  allocates and maps DMA-buf memory, wraps it as a graphic or hardware
+//                       buffer, brackets CPU access with cache syncs. Keeps no record of what
+//                       it handed out: the caller holds address, descriptor and size and hands
+//                       them back for release.
+//   ZOLBufferPool       a client of the process-wide free and busy lists (static members). Hands
+//                       out the most recently returned free block of exactly the requested size
+//                       and type, or a new one; keeps at most ten free blocks per size and type.
+//                       When the last client object goes, every free block is released.
+//   ZOLBufferManager    what users hold: a named pool client that remembers what it handed out,
+//                       takes it back, and returns whatever is left when it is destroyed.
+//
+//   ZOLBufferManager manager("MyAlgo");
+//   ZOLImageBuffer image = {};
+//   image.format = ZOL_IMAGE_FORMAT_YUV420SP;
+//   image.width = image.planeStride = 4000;
+//   image.height = image.sliceHeight = 3000;
+//   if (manager.AllocBuffer(image, ZOL_BUFFER_TYPE_DMA)) {
+//       manager.StartCPUSync(image.fd[0], ZOL_CPU_SYNC_WRITE);
+//       ...  // write through image.Addr[0], image.Addr[1]
+//       manager.EndCPUSync(image.fd[0]);
+//       manager.FreeBuffer(image);
+//   }
+//
+// Ownership: the caller owns every ZOLImageBuffer record; the memory behind a handed-out address
+// belongs to the manager that handed it out until it is freed through that manager; free blocks
+// belong to the process-wide pool. Nothing here throws; failures are a result plus a log line.
+// A few conditions are fatal (the process aborts): a fifth plane, a plane-size product that does
+// not fit in 32 bits, a pool client count that would wrap, and a failed allocation on the pool's
+// get path.
 #pragma once
+
+#include <BufferAllocator/BufferAllocator.h>
+#include <android/hardware_buffer.h>
+#include <ui/GraphicBuffer.h>
+#include <utils/StrongPointer.h>
+
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <string>
 
 #include "zolexport.h"
 #include "zolimagebuffer.h"
+
+// A thin layer over the platform's DMA-buf heap allocator. One per pool client; no lock of its
+// own (its owner serialises allocation; the platform allocator serialises its own state). The
+// failures log one short fixed line at level E.
+class ZOL_EXPORT ZOLBufferAllocator {
+public:
+    ZOLBufferAllocator();
+    ~ZOLBufferAllocator();
+    ZOLBufferAllocator(const ZOLBufferAllocator&) = delete;
+    ZOLBufferAllocator& operator=(const ZOLBufferAllocator&) = delete;
+
+    // A new system-heap buffer of `size` bytes mapped shared read-write: 0 with *ppBuffer and
+    // fd set, or -1. Only a null mapping counts as failure (the descriptor is then closed but
+    // left in fd); an mmap failure address (MAP_FAILED) is handed back as it is.
+    int AllocDMABuffer(unsigned long size, char** ppBuffer, int& fd);
+    // Unmaps pBuffer (when non-null) and closes fd (when not negative; fd becomes -1). Returns
+    // close's result, or the negative fd unchanged.
+    int DeallocDMABuffer(unsigned long size, char* pBuffer, int& fd);
+
+    // A DMA buffer of info.size bytes (as AllocDMABuffer) wrapped as a graphic buffer of
+    // info.width x info.height, stride info.stride; null when ppBuffer is null.
+    android::sp<android::GraphicBuffer> AllocGraphicBuffer(BufferInfo info, char** ppBuffer,
+                                                           int& fd);
+    // As DeallocDMABuffer with info.size; the graphic buffer object is not touched.
+    int DeallocGraphicBuffer(BufferInfo info, char* pBuffer, int& fd);
+    // AllocGraphicBuffer seen as a hardware buffer. The local strong reference is dropped before
+    // returning and none is taken for the caller, so the object behind the pointer is already
+    // gone: the pointer is a token, not a buffer to use. The DMA buffer in *ppBuffer / fd stays.
+    AHardwareBuffer* AllocHardwareBuffer(BufferInfo info, char** ppBuffer, int& fd);
+    int DeallocHardwareBuffer(BufferInfo info, char* pBuffer, int& fd);
+
+    // Cache synchronisation around CPU access: the platform call's result (0 on success). The
+    // start uses `type` (read, write, read-write; any other value means read-write); the end
+    // always uses read.
+    int StartCPUSync(int fd, CPUSyncType type);
+    int EndCPUSync(int fd);
+
+    // A new shared read-write mapping of `size` bytes of fd, or null for fd 0. Other
+    // descriptors, negative ones included, go to mmap and its result comes back unchecked.
+    void* MapFDToBufferPointer(int fd, unsigned long size);
+
+private:
+    std::unique_ptr<BufferAllocator> m_bufferAllocator;
+};
+
+// Wraps an existing DMA-buf descriptor as a graphic buffer (camera-write usage, implementation-
+// defined format); the result holds the one strong reference. The descriptor stays the caller's.
+ZOL_EXPORT android::sp<android::GraphicBuffer> DMABufferToGraphicBuffer(unsigned width,
+                                                                        unsigned height,
+                                                                        unsigned stride, int fd);
+
+// One pooled block, copied by value into the pool's lists.
+struct ZOLBufferPoolBufferInfo {
+    ZOLBufferType type;
+    void* pBuffer;  // the key of the busy list
+    int fd;         // DMA-buf descriptor for type 1; 0 for type 0
+    uint32_t size;  // bytes; the key of the free list
+};
+
+// A client of the process-wide buffer pool. Any thread may call any operation.
+//
+// The lists are static: one set per process, built when the library is loaded and destroyed at
+// unload. Locks: m_freeBufferListLock guards m_freeBufferList, m_busyBufferListLock guards
+// m_busyBufferList, m_bufferPoolClientNumLock guards m_bufferPoolClientNum. The count lock may be
+// held while the busy or the free lock is taken (last-client release); the busy and free locks
+// are never held together.
+//
+// Clients are counted by the default constructor only. The named constructor builds and drops a
+// default client on the way (so it is not counted, while its destructor still leaves): if that
+// was the only client, the last-client release runs then and there.
+class ZOL_EXPORT ZOLBufferPool {
+public:
+    ZOLBufferPool();
+    explicit ZOLBufferPool(std::string name);
+    ~ZOLBufferPool();
+    ZOLBufferPool(const ZOLBufferPool&) = delete;
+    ZOLBufferPool& operator=(const ZOLBufferPool&) = delete;
+
+    // The name printed as "[BufferPool-<name>]" in this client's log lines.
+    void SetClientName(std::string name);
+
+    // The most recently returned free block of exactly `size` bytes and `type`, or a new one;
+    // it is recorded as busy. Null with fd 0 for size 0 or a type other than 0 and 1.
+    void* GetBufferFromPool(unsigned size, int& fd, ZOLBufferType type);
+    // Returns a busy block to the free list, or releases it when ten of its size and type are
+    // already free. An address that is not busy is logged and left alone.
+    void PutBufferToPool(void* pBuffer);
+    // Allocates a new block and appends it to the free list; null on failure. The caller holds
+    // m_freeBufferListLock.
+    void* AllocBuffer(unsigned size, ZOLBufferType type);
+    // Gives a block's memory (and descriptor) back to the system.
+    void ReleaseBuffer(ZOLBufferPoolBufferInfo info);
+    // This client's allocator (for cache synchronisation).
+    ZOLBufferAllocator* GetAllocator();
+
+    // Free blocks per type (index 0 heap, 1 DMA), by size; newest at the back.
+    static std::map<uint32_t, std::deque<ZOLBufferPoolBufferInfo>> m_freeBufferList[2];
+    static std::mutex m_freeBufferListLock;
+    // Blocks handed out and not yet returned, by address.
+    static std::map<void*, ZOLBufferPoolBufferInfo> m_busyBufferList;
+    static std::mutex m_busyBufferListLock;
+    // Live default-constructed clients.
+    static uint32_t m_bufferPoolClientNum;
+    static std::mutex m_bufferPoolClientNumLock;
+
+private:
+    std::string m_clientName;
+    ZOLBufferAllocator m_allocator;
+};
+
+// A named source of raw buffers and images. Several threads may use one manager.
+//
+// Owns one pool client, whose client name follows the manager's name. m_lock guards only
+// m_allocatedBuffers; pool calls run with it released, except in the destructor. Every log line
+// starts with "[<name>]". Freeing goes through the manager that handed the buffer out; a manager
+// that is destroyed returns to the pool whatever is still out.
+class ZOL_EXPORT ZOLBufferManager {
+public:
+    // Named "UnknowBufferManager".
+    ZOLBufferManager();
+    explicit ZOLBufferManager(const std::string& name);
+    virtual ~ZOLBufferManager();
+    ZOLBufferManager(const ZOLBufferManager&) = delete;
+    ZOLBufferManager& operator=(const ZOLBufferManager&) = delete;
+
+    // Renames the manager and its pool client.
+    void SetManagerName(const std::string& name);
+
+    // A raw block of `size` bytes: true with *ppBuffer and fd (0 for type 0) set.
+    bool AllocBuffer(unsigned size, void** ppBuffer, int& fd, ZOLBufferType type);
+    // One separately allocated block per plane of a YUV 4:2:0 semi-planar image, sized from
+    // planeStride and sliceHeight (GetImgBufferSize). On success numberOfPlanes, Addr, fd (type
+    // 1 only) and pNativeHandle (null) are set. When a plane fails, the planes already obtained
+    // stay with the manager (freed by address or at destruction) and false is returned.
+    bool AllocBuffer(ZOLImageBuffer& image, ZOLBufferType type);
+    // Returns a block handed out by this manager to the pool; false for null or a foreign
+    // address.
+    bool FreeBuffer(const void* pBuffer);
+    // Frees each plane below numberOfPlanes; the record is left as it is. Always true.
+    bool FreeBuffer(const ZOLImageBuffer& image);
+
+    // Plane sizes of a format 0 or 1 image: 2 planes, planeStride x sliceHeight bytes and half
+    // of that, rounded down. With fewer than 2 entries of room: planeCount 0, the room zeroed.
+    // Other formats: a log line, outputs untouched (so callers start planeCount at 0).
+    void GetImgBufferSize(const ZOLImageBuffer& image, unsigned& planeCount, unsigned* planeSizes,
+                          unsigned maxPlanes);
+
+    // Cache synchronisation of one DMA buffer: true when the platform call returned 0.
+    bool StartCPUSync(int fd, CPUSyncType type);
+    bool EndCPUSync(int fd);
+    // The image forms synchronise fd[0] only, and return true only for an image without planes.
+    bool StartCPUSync(const ZOLImageBuffer& image, CPUSyncType type);
+    bool EndCPUSync(const ZOLImageBuffer& image);
+
+private:
+    std::string m_name;
+    ZOLBufferPool m_bufferPool;
+    std::mutex m_lock;
+    std::set<void*> m_allocatedBuffers;  // guarded by m_lock
+};

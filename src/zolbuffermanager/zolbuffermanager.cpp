@@ -1,0 +1,230 @@
+#include "zolbuffermanager.h"
+
+#include <cstdint>
+
+#include "zoltoolsdef.h"
+#include "zoltoolsdef/zolfatal.h"
+
+namespace {
+
+constexpr unsigned kMaxPlanes = 4;
+
+}  // namespace
+
+ZOLBufferManager::ZOLBufferManager() : m_name("UnknowBufferManager") {
+    std::lock_guard<std::mutex> lock(m_lock);
+    m_allocatedBuffers.clear();
+}
+
+ZOLBufferManager::ZOLBufferManager(const std::string& name) {
+    // An unnamed manager comes and goes first; its pool client joins and leaves while this
+    // manager's own client keeps the count above zero, so the pool is never released here.
+    { ZOLBufferManager transient; }
+    m_name = name;
+    m_bufferPool.SetClientName(std::string(name));
+}
+
+ZOLBufferManager::~ZOLBufferManager() {
+    std::lock_guard<std::mutex> lock(m_lock);
+    if (!m_allocatedBuffers.empty()) {
+        ZOL_LOGW(
+            "[%s] %s:%d %s() %d buffer not free when buffer manager destory, release them "
+            "forcibly",
+            m_name.c_str(), ZOL_FILE, __LINE__, "~ZOLBufferManager",
+            static_cast<int>(m_allocatedBuffers.size()));
+        for (void* pBuffer : m_allocatedBuffers) {
+            m_bufferPool.PutBufferToPool(pBuffer);
+            ZOL_LOGW("[%s] %s:%d %s()   release buffer forcibly: %p", m_name.c_str(), ZOL_FILE,
+                     __LINE__, "~ZOLBufferManager", pBuffer);
+        }
+        m_allocatedBuffers.clear();
+    }
+}
+
+void ZOLBufferManager::SetManagerName(const std::string& name) {
+    m_name = name;
+    m_bufferPool.SetClientName(std::string(name));
+}
+
+bool ZOLBufferManager::AllocBuffer(unsigned size, void** ppBuffer, int& fd, ZOLBufferType type) {
+    if (size == 0 || ppBuffer == nullptr) {
+        ZOL_LOGW("[%s] %s:%d %s() Alloc buffer invaild args", m_name.c_str(), ZOL_FILE, __LINE__,
+                 "AllocBuffer");
+        return false;
+    }
+    *ppBuffer = nullptr;
+    fd = 0;
+
+    int localFd = 0;
+    void* pBuffer = m_bufferPool.GetBufferFromPool(size, localFd, type);
+    if (pBuffer == nullptr) {
+        ZOL_LOGE("[%s] %s:%d %s() Alloc buffer failed, get buffer from pool is NULL!",
+                 m_name.c_str(), ZOL_FILE, __LINE__, "AllocBuffer");
+        return false;
+    }
+    {
+        std::lock_guard<std::mutex> lock(m_lock);
+        if (!m_allocatedBuffers.insert(pBuffer).second) {
+            // Already out through this manager: keep the one record, hand out nothing.
+            ZOL_LOGE("[%s] %s:%d %s() Get repetitive buffer from buffer pool: %p", m_name.c_str(),
+                     ZOL_FILE, __LINE__, "AllocBuffer", pBuffer);
+            return false;
+        }
+    }
+    *ppBuffer = pBuffer;
+    fd = localFd;
+    ZOL_LOGD("[%s] %s:%d %s() Alloc buffer success, get buffer from pool: %p", m_name.c_str(),
+             ZOL_FILE, __LINE__, "AllocBuffer", pBuffer);
+    return true;
+}
+
+bool ZOLBufferManager::AllocBuffer(ZOLImageBuffer& image, ZOLBufferType type) {
+    if (image.width == 0 || image.height == 0 || image.planeStride == 0 || image.sliceHeight == 0) {
+        ZOL_LOGE("[%s] %s:%d %s() Alloc buffer fail, invalid size args", m_name.c_str(), ZOL_FILE,
+                 __LINE__, "AllocBuffer");
+        return false;
+    }
+    unsigned planeCount = 0;
+    unsigned sizes[kMaxPlanes] = {};
+    GetImgBufferSize(image, planeCount, sizes, kMaxPlanes);
+    if (planeCount == 0) {
+        ZOL_LOGE("[%s] %s:%d %s() Alloc buffer fail, get buffer size fail", m_name.c_str(),
+                 ZOL_FILE, __LINE__, "AllocBuffer");
+        return false;
+    }
+
+    void* address[kMaxPlanes] = {};
+    int fd[kMaxPlanes] = {};
+    for (unsigned i = 0; i < planeCount; ++i) {
+        const unsigned plane = zol::CheckedIndex(i, kMaxPlanes);
+        if (!AllocBuffer(sizes[plane], &address[plane], fd[plane], type) ||
+            address[plane] == nullptr) {
+            ZOL_LOGE(
+                "[%s] %s:%d %s() Alloc buffer fail, can not alloc new buf: size: %u, type: "
+                "%d",
+                m_name.c_str(), ZOL_FILE, __LINE__, "AllocBuffer", sizes[plane],
+                static_cast<int>(type));
+            // The clean-up frees the failing plane's own (null) slot, once per plane tried; the
+            // planes obtained so far stay with this manager until freed or destroyed.
+            for (unsigned attempt = 0; attempt <= plane; ++attempt) {
+                FreeBuffer(address[plane]);
+            }
+            return false;
+        }
+    }
+
+    image.numberOfPlanes = planeCount;
+    for (unsigned i = 0; i < kMaxPlanes; ++i) {
+        image.Addr[i] = nullptr;
+        image.fd[i] = 0;
+    }
+    image.pNativeHandle = nullptr;
+    if (type == ZOL_BUFFER_TYPE_HEAP) {
+        for (unsigned i = 0; i < planeCount; ++i) {
+            image.Addr[i] = address[i];
+        }
+    } else if (type == ZOL_BUFFER_TYPE_DMA) {
+        for (unsigned i = 0; i < planeCount; ++i) {
+            image.Addr[i] = address[i];
+            image.fd[i] = fd[i];
+        }
+    } else {
+        ZOL_LOGE("[%s] %s:%d %s() Alloc buffer fail, unsupport type: %d", m_name.c_str(), ZOL_FILE,
+                 __LINE__, "AllocBuffer", static_cast<int>(type));
+        return false;
+    }
+    ZOL_LOGD(
+        "[%s] %s:%d %s() Alloc buffer success: type: %d, format: %d, width: %u, height: %u, "
+        "planeStride: %u, sliceHeight: %u, numberOfPlanes: %u, Addr0: %p, Addr1: %p, Addr2: "
+        "%p, Addr3: %p, pNativeHandle: %p, fd0: %d, fd1: %d, fd2: %d, fd3: %d",
+        m_name.c_str(), ZOL_FILE, __LINE__, "AllocBuffer", static_cast<int>(type),
+        static_cast<int>(image.format), image.width, image.height, image.planeStride,
+        image.sliceHeight, image.numberOfPlanes, image.Addr[0], image.Addr[1], image.Addr[2],
+        image.Addr[3], image.pNativeHandle, image.fd[0], image.fd[1], image.fd[2], image.fd[3]);
+    return true;
+}
+
+bool ZOLBufferManager::FreeBuffer(const void* pBuffer) {
+    if (pBuffer == nullptr) {
+        ZOL_LOGW("[%s] %s:%d %s() Free buffer is NULL!", m_name.c_str(), ZOL_FILE, __LINE__,
+                 "FreeBuffer");
+        return false;
+    }
+    void* key = const_cast<void*>(pBuffer);
+    {
+        std::lock_guard<std::mutex> lock(m_lock);
+        if (m_allocatedBuffers.erase(key) == 0) {
+            ZOL_LOGW(
+                "[%s] %s:%d %s() Free buffer failed, this buffer not alloced by this buffer "
+                "manager, pBuf: %p, buffer manager name: %s",
+                m_name.c_str(), ZOL_FILE, __LINE__, "FreeBuffer", pBuffer, m_name.c_str());
+            return false;
+        }
+    }
+    m_bufferPool.PutBufferToPool(key);
+    ZOL_LOGD("[%s] %s:%d %s() Free buffer: %p", m_name.c_str(), ZOL_FILE, __LINE__, "FreeBuffer",
+             pBuffer);
+    return true;
+}
+
+bool ZOLBufferManager::FreeBuffer(const ZOLImageBuffer& image) {
+    for (unsigned i = 0; i < image.numberOfPlanes; ++i) {
+        FreeBuffer(image.Addr[zol::CheckedIndex(i, kMaxPlanes)]);
+    }
+    return true;
+}
+
+void ZOLBufferManager::GetImgBufferSize(const ZOLImageBuffer& image, unsigned& planeCount,
+                                        unsigned* planeSizes, unsigned maxPlanes) {
+    if (image.format != ZOL_IMAGE_FORMAT_YUV420SP &&
+        image.format != ZOL_IMAGE_FORMAT_YUV420SP_ALT) {
+        ZOL_LOGD("[%s] %s:%d %s() Get img buffer size fail, unsupport format: %d", m_name.c_str(),
+                 ZOL_FILE, __LINE__, "GetImgBufferSize", static_cast<int>(image.format));
+        return;
+    }
+    planeCount = 2;
+    if (maxPlanes < 2) {
+        planeCount = 0;
+        for (unsigned i = 0; i < maxPlanes; ++i) {
+            planeSizes[i] = 0;
+        }
+        return;
+    }
+    // Formed in 64 bits; a luma plane of 4 GiB or more cannot be described and is fatal.
+    const uint64_t lumaSize = static_cast<uint64_t>(image.planeStride) * image.sliceHeight;
+    ZOL_FATAL_IF(lumaSize > UINT32_MAX);
+    planeSizes[0] = static_cast<unsigned>(lumaSize);
+    planeSizes[1] = static_cast<unsigned>(lumaSize / 2);
+}
+
+bool ZOLBufferManager::StartCPUSync(int fd, CPUSyncType type) {
+    const int ret = m_bufferPool.GetAllocator()->StartCPUSync(fd, type);
+    ZOL_LOGD("[%s] %s:%d %s() Start CPU Sync Buffer, fd: %d, sync type: %d, result: %d",
+             m_name.c_str(), ZOL_FILE, __LINE__, "StartCPUSync", fd, static_cast<int>(type), ret);
+    return ret == 0;
+}
+
+bool ZOLBufferManager::EndCPUSync(int fd) {
+    const int ret = m_bufferPool.GetAllocator()->EndCPUSync(fd);
+    ZOL_LOGD("[%s] %s:%d %s() End CPU Sync Buffer, fd: %d, result: %d", m_name.c_str(), ZOL_FILE,
+             __LINE__, "EndCPUSync", fd, ret);
+    return ret == 0;
+}
+
+bool ZOLBufferManager::StartCPUSync(const ZOLImageBuffer& image, CPUSyncType type) {
+    // Only the first plane is synchronised, and then the result is false whatever the call
+    // returned; the later planes are never looked at.
+    if (image.numberOfPlanes == 0) {
+        return true;
+    }
+    StartCPUSync(image.fd[0], type);
+    return false;
+}
+
+bool ZOLBufferManager::EndCPUSync(const ZOLImageBuffer& image) {
+    if (image.numberOfPlanes == 0) {
+        return true;
+    }
+    EndCPUSync(image.fd[0]);
+    return false;
+}

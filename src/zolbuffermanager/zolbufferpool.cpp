@@ -1,0 +1,245 @@
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <vector>
+
+#include "zolbuffermanager.h"
+#include "zoltoolsdef.h"
+#include "zoltoolsdef/zolfatal.h"
+
+// The process-wide lists, built by this unit's static initialiser when the library is loaded and
+// destroyed at unload in reverse order.
+std::mutex ZOLBufferPool::m_freeBufferListLock;
+std::mutex ZOLBufferPool::m_busyBufferListLock;
+std::mutex ZOLBufferPool::m_bufferPoolClientNumLock;
+std::map<uint32_t, std::deque<ZOLBufferPoolBufferInfo>> ZOLBufferPool::m_freeBufferList[2];
+std::map<void*, ZOLBufferPoolBufferInfo> ZOLBufferPool::m_busyBufferList;
+uint32_t ZOLBufferPool::m_bufferPoolClientNum = 0;
+
+namespace {
+
+constexpr unsigned kBufferTypeCount = 2;
+// A size and type keeps at most this many free blocks; more are released when put back.
+constexpr size_t kMaxFreeBuffersPerSize = 10;
+
+// The free list of a type that is known to be 0 or 1; anything else is fatal.
+std::map<uint32_t, std::deque<ZOLBufferPoolBufferInfo>>& FreeListOf(ZOLBufferType type) {
+    return ZOLBufferPool::m_freeBufferList[zol::CheckedIndex(static_cast<unsigned>(type),
+                                                             kBufferTypeCount)];
+}
+
+}  // namespace
+
+ZOLBufferPool::ZOLBufferPool() : m_clientName("UnknowBufferManager") {
+    std::lock_guard<std::mutex> lock(m_bufferPoolClientNumLock);
+    m_bufferPoolClientNum = zol::CheckedAdd<uint32_t>(m_bufferPoolClientNum, 1);
+}
+
+ZOLBufferPool::ZOLBufferPool(std::string name) {
+    // A default client joins and leaves at once, so a named client is never counted itself.
+    { ZOLBufferPool transient; }
+    m_clientName = std::move(name);
+}
+
+ZOLBufferPool::~ZOLBufferPool() {
+    std::lock_guard<std::mutex> countLock(m_bufferPoolClientNumLock);
+    m_bufferPoolClientNum = zol::CheckedSub<uint32_t>(m_bufferPoolClientNum, 1);
+    if (m_bufferPoolClientNum != 0) {
+        return;  // what this client took stays busy: nothing is tracked per client
+    }
+
+    const char* name = m_clientName.c_str();
+    ZOL_LOGD("[BufferPool-%s] %s:%d %s() All client disconnect, release buffer in pool", name,
+             ZOL_FILE, __LINE__, "~ZOLBufferPool");
+
+    // Every line names the first busy block and index 0, and only that block is given back (the
+    // first put returns it, the later ones find it gone): the rest stay busy.
+    std::vector<void*> busyBuffers;
+    {
+        std::lock_guard<std::mutex> busyLock(m_busyBufferListLock);
+        const unsigned busyCount = static_cast<unsigned>(m_busyBufferList.size());
+        if (busyCount > 0) {
+            ZOL_LOGW(
+                "[BufferPool-%s] %s:%d %s() All client disconnect, but there are %u busy "
+                "buffer in list:",
+                name, ZOL_FILE, __LINE__, "~ZOLBufferPool", busyCount);
+            const ZOLBufferPoolBufferInfo& first = m_busyBufferList.begin()->second;
+            for (unsigned i = 0; i < busyCount; ++i) {
+                busyBuffers.push_back(first.pBuffer);
+                ZOL_LOGW(
+                    "[BufferPool-%s] %s:%d %s()    busy buffer[%u]: pBuf: %p, size: %u, fd, "
+                    "%d, type: %d",
+                    name, ZOL_FILE, __LINE__, "~ZOLBufferPool", 0u, first.pBuffer, first.size,
+                    first.fd, static_cast<int>(first.type));
+            }
+        }
+    }
+    for (void* pBuffer : busyBuffers) {
+        PutBufferToPool(pBuffer);
+    }
+
+    std::lock_guard<std::mutex> freeLock(m_freeBufferListLock);
+    for (auto& freeList : m_freeBufferList) {
+        for (auto& sizeAndQueue : freeList) {
+            for (const ZOLBufferPoolBufferInfo& info : sizeAndQueue.second) {
+                ReleaseBuffer(info);
+                ZOL_LOGD(
+                    "[BufferPool-%s] %s:%d %s() Buffer released: pBuf: %p, size: %u, fd: "
+                    "%d, type: %d",
+                    name, ZOL_FILE, __LINE__, "~ZOLBufferPool", info.pBuffer, info.size, info.fd,
+                    static_cast<int>(info.type));
+            }
+        }
+        freeList.clear();
+    }
+}
+
+void ZOLBufferPool::SetClientName(std::string name) {
+    m_clientName = std::move(name);
+}
+
+void* ZOLBufferPool::GetBufferFromPool(unsigned size, int& fd, ZOLBufferType type) {
+    // Seen unsigned, a negative type is "2 or more" too.
+    if (size == 0 || static_cast<uint32_t>(type) >= kBufferTypeCount) {
+        ZOL_LOGE("[BufferPool-%s] %s:%d %s() Invalid args, get buffer failed!",
+                 m_clientName.c_str(), ZOL_FILE, __LINE__, "GetBufferFromPool");
+        fd = 0;
+        return nullptr;
+    }
+
+    ZOLBufferPoolBufferInfo info;
+    unsigned freeLeft;
+    {
+        std::lock_guard<std::mutex> freeLock(m_freeBufferListLock);
+        auto& freeList = FreeListOf(type);
+        auto found = freeList.find(size);
+        if (found == freeList.end() || found->second.empty()) {
+            AllocBuffer(size, type);
+            found = freeList.find(size);
+        }
+        // A failed allocation leaves nothing to take.
+        ZOL_FATAL_IF(found == freeList.end() || found->second.empty());
+        info = found->second.back();  // newest first
+        found->second.pop_back();
+        // Counted here, under the lock, so that the log line reads a settled value.
+        freeLeft = static_cast<unsigned>(found->second.size());
+    }
+    {
+        std::lock_guard<std::mutex> busyLock(m_busyBufferListLock);
+        m_busyBufferList.emplace(info.pBuffer, info);
+    }
+    ZOL_LOGD(
+        "[BufferPool-%s] %s:%d %s() Get buffer type: %d, size: %u, pBuf: %p. Free buf num "
+        "this size: %u",
+        m_clientName.c_str(), ZOL_FILE, __LINE__, "GetBufferFromPool", static_cast<int>(type), size,
+        info.pBuffer, freeLeft);
+    fd = info.fd;
+    return info.pBuffer;
+}
+
+void ZOLBufferPool::PutBufferToPool(void* pBuffer) {
+    const char* name = m_clientName.c_str();
+    if (pBuffer == nullptr) {
+        ZOL_LOGW("[BufferPool-%s] %s:%d %s() Put NULL buffer to pool!", name, ZOL_FILE, __LINE__,
+                 "PutBufferToPool");
+        return;
+    }
+    ZOL_LOGV("[BufferPool-%s] %s:%d %s() Put buffer to pool: %p", name, ZOL_FILE, __LINE__,
+             "PutBufferToPool", pBuffer);
+
+    ZOLBufferPoolBufferInfo info;
+    {
+        std::lock_guard<std::mutex> busyLock(m_busyBufferListLock);
+        auto found = m_busyBufferList.find(pBuffer);
+        if (found == m_busyBufferList.end()) {
+            ZOL_LOGW("[BufferPool-%s] %s:%d %s() Wrong buffer pointer: %p", name, ZOL_FILE,
+                     __LINE__, "PutBufferToPool", pBuffer);
+            return;
+        }
+        info = found->second;
+        m_busyBufferList.erase(found);
+    }
+
+    std::lock_guard<std::mutex> freeLock(m_freeBufferListLock);
+    auto& freeList = FreeListOf(info.type);
+    auto found = freeList.find(info.size);
+    if (found == freeList.end()) {
+        ZOL_LOGE(
+            "[BufferPool-%s] %s:%d %s() Wrong buffer size when put buffer to pool, pBuf: %p, "
+            "size: %u, fd: %d, type: %d, release it!",
+            name, ZOL_FILE, __LINE__, "PutBufferToPool", info.pBuffer, info.size, info.fd,
+            static_cast<int>(info.type));
+        ReleaseBuffer(info);
+    } else if (found->second.size() >= kMaxFreeBuffersPerSize) {
+        ZOL_LOGD(
+            "[BufferPool-%s] %s:%d %s() Buffer num this size is more than threshold, release "
+            "buffer, pBuf: %p, size: %u, fd: %d, type: %d, ",
+            name, ZOL_FILE, __LINE__, "PutBufferToPool", info.pBuffer, info.size, info.fd,
+            static_cast<int>(info.type));
+        ReleaseBuffer(info);
+    } else {
+        found->second.push_back(info);
+        ZOL_LOGD(
+            "[BufferPool-%s] %s:%d %s() Put buffer to pool success: pBuf: %p, size: %u, fd: "
+            "%d, type: %d",
+            name, ZOL_FILE, __LINE__, "PutBufferToPool", info.pBuffer, info.size, info.fd,
+            static_cast<int>(info.type));
+    }
+}
+
+void* ZOLBufferPool::AllocBuffer(unsigned size, ZOLBufferType type) {
+    ZOLBufferPoolBufferInfo info = {type, nullptr, 0, size};
+    if (type == ZOL_BUFFER_TYPE_DMA) {
+        char* pBuffer = nullptr;
+        if (m_allocator.AllocDMABuffer(size, &pBuffer, info.fd) != 0 || pBuffer == nullptr) {
+            ZOL_LOGE("[BufferPool-%s] %s:%d %s() Alloc buffer failed! Type: %d, size: %u",
+                     m_clientName.c_str(), ZOL_FILE, __LINE__, "AllocBuffer",
+                     static_cast<int>(type), size);
+            return nullptr;
+        }
+        info.pBuffer = pBuffer;
+    } else if (type == ZOL_BUFFER_TYPE_HEAP) {
+        info.pBuffer = malloc(size);
+        if (info.pBuffer == nullptr) {
+            ZOL_LOGE("[BufferPool-%s] %s:%d %s() Alloc buffer failed! Type: %d, size: %u",
+                     m_clientName.c_str(), ZOL_FILE, __LINE__, "AllocBuffer",
+                     static_cast<int>(type), size);
+            return nullptr;
+        }
+    } else {
+        ZOL_LOGE("[BufferPool-%s] %s:%d %s() Unsupport alloc buffer type: %d!",
+                 m_clientName.c_str(), ZOL_FILE, __LINE__, "AllocBuffer", static_cast<int>(type));
+        return nullptr;
+    }
+    ZOL_LOGD("[BufferPool-%s] %s:%d %s() Alloc buffer success: type: %d, size: %u, pBuf: %p",
+             m_clientName.c_str(), ZOL_FILE, __LINE__, "AllocBuffer", static_cast<int>(type), size,
+             info.pBuffer);
+    FreeListOf(type)[size].push_back(info);
+    return info.pBuffer;
+}
+
+void ZOLBufferPool::ReleaseBuffer(ZOLBufferPoolBufferInfo info) {
+    if (info.type == ZOL_BUFFER_TYPE_DMA) {
+        ZOL_LOGI("[BufferPool-%s] %s:%d %s() Release buffer: %p", m_clientName.c_str(), ZOL_FILE,
+                 __LINE__, "ReleaseBuffer", info.pBuffer);
+        if (info.pBuffer != nullptr) {
+            munmap(info.pBuffer, info.size);
+        }
+        if (info.fd >= 0) {
+            close(info.fd);
+        }
+    } else if (info.type == ZOL_BUFFER_TYPE_HEAP) {
+        ZOL_LOGI("[BufferPool-%s] %s:%d %s() Release buffer: %p", m_clientName.c_str(), ZOL_FILE,
+                 __LINE__, "ReleaseBuffer", info.pBuffer);
+        free(info.pBuffer);
+    } else {
+        ZOL_LOGE("[BufferPool-%s] %s:%d %s() Unsupport release buffer type: %d!",
+                 m_clientName.c_str(), ZOL_FILE, __LINE__, "ReleaseBuffer",
+                 static_cast<int>(info.type));
+    }
+}
+
+ZOLBufferAllocator* ZOLBufferPool::GetAllocator() {
+    return &m_allocator;
+}
