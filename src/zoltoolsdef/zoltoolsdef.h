@@ -27,6 +27,7 @@
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 
 #include "zolexport.h"
 #include "zolofflinelog.h"
@@ -85,25 +86,28 @@ namespace debuglog {
 
 constexpr int kBufferSize = 1024;
 
-// Formats into the caller's 1,024-byte buffer, writes it to the Android log and hands it to
-// the offline log entry point `offline`.
+// Formats into a 1,024-byte buffer, writes it to the Android log and hands it to the offline
+// log entry point `offline`.
 inline void Write(int priority, void (*offline)(const char*, ...), const char* fmt, va_list args) {
     char buffer[kBufferSize] = {};
     vsnprintf(buffer, sizeof(buffer), fmt, args);
     __android_log_write(priority, "ZOL", buffer);
-    // The offline log formats the text a second time. Only "%%" may mean anything there (it
-    // becomes "%"); any other conversion in the text (say a "%s" from a file name) is kept as
-    // it stands, and no argument is ever read for it.
-    char text[kBufferSize];
-    int out = 0;
-    for (int in = 0; buffer[in] != '\0'; ++in, ++out) {
-        text[out] = buffer[in];
-        if (buffer[in] == '%' && buffer[in + 1] == '%') {
-            ++in;
+    // The offline log formats the text once more, as a format of its own. There only "%%" may
+    // mean anything (it becomes "%", as vsnprintf makes it); any other conversion the text
+    // carries (a "%s" or "%n" from a file name) is kept as it stands and never reads an
+    // argument. So "%%" is collapsed here and the result passed as a plain string.
+    char* percent = strchr(buffer, '%');
+    if (percent != nullptr) {
+        char* out = percent;
+        for (const char* in = percent; *in != '\0'; ++in) {
+            *out++ = *in;
+            if (in[0] == '%' && in[1] == '%') {
+                ++in;
+            }
         }
+        *out = '\0';
     }
-    text[out] = '\0';
-    offline("%s", text);
+    offline("%s", buffer);
 }
 
 }  // namespace debuglog

@@ -1,0 +1,254 @@
+// The offline log object: its lifetime, the entry points that stamp and queue lines, and the
+// operations around the queue (waiting for it, counting what was dropped, the memory pool).
+#include "zolofflinelog.h"
+
+#include <unistd.h>
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <new>
+
+#include "platform/properties.h"
+#include "zolofflinelog/zolofflinelogline.h"
+
+namespace {
+
+using zol::offlinelog::kLineBlockSize;
+
+// Set once the object has been destroyed at process exit. Static destructors that run later
+// may still log; with this set the entry points, SaveLog and the other operations do nothing
+// instead of touching a destroyed object. Constant-initialised and trivially destructible, so
+// it is valid during the whole of exit.
+std::atomic<bool> g_destroyed{false};
+
+bool Destroyed() {
+    return g_destroyed.load(std::memory_order_acquire);
+}
+
+// The decision of the constructor: the property, and when it is unset (or -1) the settings file.
+bool DecideEnable() {
+    const int32_t property = property_get_int32("persist.vendor.camera.zoltools.offlinelog", -1);
+    if (property == -1) {
+        return ZOLOfflineLog::ReadEnableFromOverrideSettingsFile();
+    }
+    return property >= 1;
+}
+
+void Enter(ZOLOfflineLogLevel level, bool capture, const char* fmt, va_list args) {
+    if (Destroyed()) {
+        return;
+    }
+    ZOLOfflineLog* log = ZOLOfflineLog::GetInstance();
+    // vsnprintf always terminates; the buffer needs no zeroing first. A message is cut to
+    // 2,047 characters here.
+    char message[kLineBlockSize];
+    vsnprintf(message, sizeof(message), fmt, args);
+    log->PushLogToLogPool(message, level, capture);
+}
+
+}  // namespace
+
+ZOLOfflineLog* ZOLOfflineLog::GetInstance() {
+    static ZOLOfflineLog instance;
+    return &instance;
+}
+
+ZOLOfflineLog::ZOLOfflineLog() {
+    m_threadPool.Init(kWorkerCount);  // the workers run whether or not the log is enabled
+    m_logFileList.clear();
+    m_enable = false;
+    m_enable = DecideEnable();
+    m_captureEnable = m_enable;
+    if (m_enable) {
+        m_logPool = static_cast<char*>(std::malloc(kLogPoolSize));
+        if (m_logPool != nullptr) {
+            std::memset(m_logPool, 0, 8);
+        }
+    }
+    std::lock_guard<std::mutex> lock(m_logFileMutex);
+    m_curLogFileName.clear();
+    m_curLogFileSize = kMaxLogFileSize;
+}
+
+ZOLOfflineLog::~ZOLOfflineLog() {
+    {
+        // Releases workers held by a WaitForQueuedLines that can no longer complete.
+        std::lock_guard<std::mutex> lock(m_drainMutex);
+        m_stopping = true;
+    }
+    m_drainCond.notify_all();
+    m_threadPool.DeInit();  // drops queued lines; a line being written is finished first
+    std::free(m_logPool);
+    m_logPool = nullptr;
+    g_destroyed.store(true, std::memory_order_release);
+}
+
+#define ZOL_OFFLINE_ENTRY(name, level, capture)      \
+    void ZOLOfflineLog::name(const char* fmt, ...) { \
+        va_list args;                                \
+        va_start(args, fmt);                         \
+        Enter(level, capture, fmt, args);            \
+        va_end(args);                                \
+    }
+ZOL_OFFLINE_ENTRY(ZOLOfflineLogE, ZOL_OFFLINE_LOG_E, false)
+ZOL_OFFLINE_ENTRY(ZOLOfflineLogW, ZOL_OFFLINE_LOG_W, false)
+ZOL_OFFLINE_ENTRY(ZOLOfflineLogD, ZOL_OFFLINE_LOG_D, false)
+ZOL_OFFLINE_ENTRY(ZOLOfflineLogI, ZOL_OFFLINE_LOG_I, false)
+ZOL_OFFLINE_ENTRY(ZOLOfflineLogV, ZOL_OFFLINE_LOG_V, false)
+ZOL_OFFLINE_ENTRY(ZOLOfflineLogECapture, ZOL_OFFLINE_LOG_E, true)
+ZOL_OFFLINE_ENTRY(ZOLOfflineLogWCapture, ZOL_OFFLINE_LOG_W, true)
+ZOL_OFFLINE_ENTRY(ZOLOfflineLogDCapture, ZOL_OFFLINE_LOG_D, true)
+ZOL_OFFLINE_ENTRY(ZOLOfflineLogICapture, ZOL_OFFLINE_LOG_I, true)
+ZOL_OFFLINE_ENTRY(ZOLOfflineLogVCapture, ZOL_OFFLINE_LOG_V, true)
+#undef ZOL_OFFLINE_ENTRY
+
+void ZOLOfflineLog::PushLogToLogPool(const char* msg, ZOLOfflineLogLevel level, bool capture) {
+    if (Destroyed() || !(capture ? m_captureEnable : m_enable)) {
+        return;  // a closed gate reads no time and takes no memory
+    }
+    if (msg == nullptr) {
+        msg = "";  // nothing to print rather than a null dereference
+    }
+    struct timespec now;
+    clock_gettime(CLOCK_REALTIME, &now);
+    const pid_t tid = gettid();
+    char stamp[zol::offlinelog::kStampSize];
+    const size_t stampLen = zol::offlinelog::FormatStamp(stamp, now, getpid(), tid,
+                                                         zol::offlinelog::LevelLetter(level));
+
+    char* block = static_cast<char*>(std::calloc(1, kLineBlockSize));
+    if (block == nullptr) {
+        m_droppedNoMemory.fetch_add(1, std::memory_order_relaxed);
+        return;
+    }
+    zol::offlinelog::ComposeLine(block, stamp, stampLen, msg);
+
+    // From here the block belongs to the pool, which frees it once SaveLog has run (or when it
+    // drops the record).
+    const ZOLThreadPoolTask task = {ZOLThreadPool::kCmdRun, &ZOLOfflineLog::SaveLog, block,
+                                    static_cast<uint32_t>(kLineBlockSize),
+                                    static_cast<uint32_t>(tid)};
+    {
+        std::lock_guard<std::mutex> lock(m_threadPool.m_taskMutex);
+        m_threadPool.m_taskList.push_back(task);
+    }
+    m_threadPool.m_taskCond.notify_one();
+}
+
+void ZOLOfflineLog::SaveLog(void* data, unsigned int size) {
+    if (Destroyed()) {
+        return;
+    }
+    ZOLOfflineLog* log = GetInstance();
+    if (data != nullptr && size == kLineBlockSize) {
+        log->FlushLogPoolToFile2(static_cast<ZOLOfflineLogParameter*>(data));
+    }
+}
+
+bool ZOLOfflineLog::AppendToLogPool(const char* text, uint32_t len) {
+    if (Destroyed() || m_logPool == nullptr || (text == nullptr && len != 0)) {
+        return false;
+    }
+    std::lock_guard<std::mutex> lock(m_logPoolMutex);
+    // Room for the text and the zero after it.
+    if (len >= kLogPoolSize - m_logPoolSize) {
+        return false;
+    }
+    std::memcpy(m_logPool + m_logPoolSize, text, len);
+    m_logPoolSize += len;
+    m_logPool[m_logPoolSize] = '\0';
+    return true;
+}
+
+uint64_t ZOLOfflineLog::DroppedLinesNoMemory() const {
+    return m_droppedNoMemory.load(std::memory_order_relaxed);
+}
+
+uint64_t ZOLOfflineLog::DroppedLinesNoFile() const {
+    return m_droppedNoFile.load(std::memory_order_relaxed);
+}
+
+// WaitForQueuedLines queues one drain record per worker, all in one go. Records are taken in
+// order and a worker that takes a drain record holds on to it until every worker has taken
+// one; so once all have arrived, every record queued before them has been taken and finished.
+struct ZOLOfflineLog::Drain {
+    ZOLOfflineLog* log;
+    uint32_t expected;  // workers to gather
+    uint32_t arrived;   // guarded by log->m_drainMutex
+    uint32_t users;     // the waiter and each record not yet finished; guarded likewise
+};
+
+void ZOLOfflineLog::DrainTask(void* data, unsigned int size) {
+    Drain* drain = nullptr;
+    if (data == nullptr || size != sizeof(drain)) {
+        return;
+    }
+    std::memcpy(&drain, data, sizeof(drain));
+    ZOLOfflineLog* log = drain->log;
+    std::unique_lock<std::mutex> lock(log->m_drainMutex);
+    if (++drain->arrived == drain->expected) {
+        log->m_drainCond.notify_all();
+    }
+    log->m_drainCond.wait(lock,
+                          [&] { return drain->arrived == drain->expected || log->m_stopping; });
+    const bool last = --drain->users == 0;
+    lock.unlock();
+    if (last) {
+        delete drain;
+    }
+}
+
+bool ZOLOfflineLog::WaitForQueuedLines() {
+    if (Destroyed()) {
+        return false;
+    }
+    size_t workers;
+    {
+        std::lock_guard<std::mutex> lock(m_threadPool.m_workerMutex);
+        workers = m_threadPool.m_workers.size();
+    }
+    if (workers == 0) {
+        return false;
+    }
+    const uint32_t count = static_cast<uint32_t>(workers);
+    Drain* drain = new (std::nothrow) Drain{this, count, 0, count + 1};
+    if (drain == nullptr) {
+        return false;
+    }
+    std::list<ZOLThreadPoolTask> records;
+    for (uint32_t i = 0; i < count; ++i) {
+        void* arg = std::malloc(sizeof(drain));
+        if (arg == nullptr) {
+            for (ZOLThreadPoolTask& record : records) {
+                std::free(record.arg);
+            }
+            delete drain;
+            return false;
+        }
+        std::memcpy(arg, &drain, sizeof(drain));
+        records.push_back({ZOLThreadPool::kCmdRun, &ZOLOfflineLog::DrainTask, arg,
+                           static_cast<uint32_t>(sizeof(drain)), 0});
+    }
+    {
+        // All at once: two waiters' records interleaved could each hold some of the workers
+        // and wait for the rest for ever.
+        std::lock_guard<std::mutex> lock(m_threadPool.m_taskMutex);
+        m_threadPool.m_taskList.splice(m_threadPool.m_taskList.end(), records);
+    }
+    for (uint32_t i = 0; i < count; ++i) {
+        m_threadPool.m_taskCond.notify_one();
+    }
+
+    std::unique_lock<std::mutex> lock(m_drainMutex);
+    m_drainCond.wait(lock, [&] { return drain->arrived == drain->expected || m_stopping; });
+    const bool done = drain->arrived == drain->expected;
+    const bool last = --drain->users == 0;
+    lock.unlock();
+    if (last) {
+        delete drain;
+    }
+    return done;
+}

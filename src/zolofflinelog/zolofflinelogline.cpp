@@ -1,0 +1,86 @@
+#include "zolofflinelog/zolofflinelogline.h"
+
+#include <sys/time.h>
+
+#include <cstdio>
+#include <cstring>
+
+#include "platform/devicepath.h"
+
+namespace zol {
+namespace offlinelog {
+
+const char* LevelLetter(int level) {
+    switch (level) {
+        case 1:
+            return "E";
+        case 2:
+            return "W";
+        case 3:
+            return "D";
+        case 4:
+            return "I";
+        default:
+            return "V";
+    }
+}
+
+void LocalTime(time_t seconds, struct tm* out) {
+    // Trivial types only, so the per-thread cache needs no constructor or destructor.
+    thread_local bool cached = false;
+    thread_local time_t cachedSeconds;
+    thread_local struct tm cachedTm;
+    if (!cached || cachedSeconds != seconds) {
+        if (localtime_r(&seconds, &cachedTm) == nullptr) {
+            // Out of range for a broken-down time: print zeros rather than garbage.
+            std::memset(&cachedTm, 0, sizeof(cachedTm));
+        }
+        cachedSeconds = seconds;
+        cached = true;
+    }
+    *out = cachedTm;
+}
+
+size_t FormatStamp(char* out, const struct timespec& now, pid_t pid, pid_t tid,
+                   const char* letter) {
+    struct tm local;
+    LocalTime(now.tv_sec, &local);
+    const int n = std::snprintf(
+        out, kStampSize, "%02d-%02d %02d:%02d:%02d:%09ld  %4d  %4d %s ZOL: ", local.tm_mon + 1,
+        local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec, static_cast<long>(now.tv_nsec),
+        pid, tid, letter);
+    if (n < 0) {
+        out[0] = '\0';
+        return 0;
+    }
+    return static_cast<size_t>(n) < kStampSize ? static_cast<size_t>(n) : kStampSize - 1;
+}
+
+void ComposeLine(char* block, const char* stamp, size_t stampLen, const char* msg) {
+    constexpr size_t kRoom = kLineBlockSize - 1;  // the last byte stays zero
+    size_t len = stampLen < kRoom ? stampLen : kRoom;
+    std::memcpy(block, stamp, len);
+    const size_t msgLen = strnlen(msg, kRoom - len);
+    std::memcpy(block + len, msg, msgLen);
+    len += msgLen;
+    if (len < kRoom) {
+        block[len] = '\n';
+    }
+}
+
+std::string NewLogFilePath() {
+    struct timeval now;
+    gettimeofday(&now, nullptr);
+    struct tm local;
+    LocalTime(now.tv_sec, &local);
+    char name[256];
+    std::snprintf(name, sizeof(name),
+                  "/data/vendor/camera/offlinelog/"
+                  "ZOLOfflineLog_%04d-%02d-%02d--%02d-%02d-%02d-%06ld.txt",
+                  local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour,
+                  local.tm_min, local.tm_sec, static_cast<long>(now.tv_usec));
+    return zol::DevicePath(name);
+}
+
+}  // namespace offlinelog
+}  // namespace zol

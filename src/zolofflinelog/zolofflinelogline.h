@@ -1,0 +1,38 @@
+// The offline log's texts: the line stamp, the line block a worker receives, and the file names.
+// Internal to zolofflinelog.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <ctime>
+#include <string>
+
+namespace zol {
+namespace offlinelog {
+
+constexpr size_t kLineBlockSize = 2048;
+constexpr size_t kStampSize = 128;
+
+// The letter a line of this level carries: E W D I V for 1 to 5, "V" for anything else.
+const char* LevelLetter(int level);
+
+// localtime_r, remembering the last second broken down on this thread: lines logged within the
+// same second (nearly all of them) do not break the time down again. Same result as
+// localtime_r for as long as the process's time zone stays as it was first read.
+void LocalTime(time_t seconds, struct tm* out);
+
+// Formats "MM-DD hh:mm:ss:nnnnnnnnn  pppp  tttt L ZOL: " into out (kStampSize bytes); returns
+// its length.
+size_t FormatStamp(char* out, const struct timespec& now, pid_t pid, pid_t tid, const char* letter);
+
+// Fills a zeroed kLineBlockSize block with stamp, message and "\n", keeping at most
+// kLineBlockSize - 1 characters: a line too long for the block loses its end, newline first.
+void ComposeLine(char* block, const char* stamp, size_t stampLen, const char* msg);
+
+// The path of a log file created now: the device path of
+// "/data/vendor/camera/offlinelog/ZOLOfflineLog_YYYY-MM-DD--hh-mm-ss-uuuuuu.txt".
+std::string NewLogFilePath();
+
+}  // namespace offlinelog
+}  // namespace zol
