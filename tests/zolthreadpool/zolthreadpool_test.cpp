@@ -23,6 +23,7 @@ unsigned int Tid() {
 
 // What the tasks of a test report back: every call with the thread that made it and the
 // context that thread had while the task ran. Tasks reach it through their argument block.
+// Declare it before the pool, so that it outlives the workers that report to it.
 struct Probe {
     struct Call {
         int index;
@@ -73,10 +74,8 @@ void Record(void* arg, uint32_t argSize) {
     const Arg* a = static_cast<const Arg*>(arg);
     Probe::Call call{a->index, Tid(), 0, {}};
     call.contextResult = ZOLThreadContextManager::GetContextByThreadId(call.tid, call.context);
-    {
-        std::lock_guard<std::mutex> lock(a->probe->mutex);
-        a->probe->calls.push_back(call);
-    }
+    std::lock_guard<std::mutex> lock(a->probe->mutex);
+    a->probe->calls.push_back(call);
     a->probe->cond.notify_all();
 }
 
@@ -150,6 +149,7 @@ TEST(ZOLThreadPool, DeInitWithoutInitOnlyFlushes) {
 }
 
 TEST(ZOLThreadPool, InitStartsEveryWorkerAndEachTaskRunsOnce) {
+    Probe probe;
     ZOLThreadPool pool;
     EXPECT_TRUE(pool.Init(0));
     EXPECT_TRUE(pool.m_workers.empty());
@@ -161,7 +161,6 @@ TEST(ZOLThreadPool, InitStartsEveryWorkerAndEachTaskRunsOnce) {
     EXPECT_EQ(0u, handles.count(0));
 
     constexpr int kTasks = 200;
-    Probe probe;
     for (int i = 0; i < kTasks; ++i) {
         Submit(pool, MakeTask(probe, i));
     }
@@ -185,9 +184,9 @@ TEST(ZOLThreadPool, WorkerDropsRecordsItMustNotRun) {
     // A block the pool must not free: ASan reports any free() of it.
     static char unknownCmdArg[16];
 
+    Probe probe;
     ZOLThreadPool pool;
     ASSERT_TRUE(pool.Init(1));
-    Probe probe;
 
     // Unknown commands are taken and ignored: not run, argument not freed.
     Submit(pool, ZOLThreadPoolTask{2, Record, unknownCmdArg, sizeof(unknownCmdArg), 0});
@@ -213,9 +212,9 @@ TEST(ZOLThreadPool, WorkerDropsRecordsItMustNotRun) {
 }
 
 TEST(ZOLThreadPool, WorkerAdoptsTheSubmittersContextForOneTask) {
+    Probe probe;
     ZOLThreadPool pool;
     ASSERT_TRUE(pool.Init(1));
-    Probe probe;
     ZOLThreadContext mine = MakeContext(42);
     ASSERT_EQ(0, ZOLThreadContextManager::MapContextToThreadId(Tid(), &mine));
 
@@ -237,9 +236,9 @@ TEST(ZOLThreadPool, WorkerAdoptsTheSubmittersContextForOneTask) {
 }
 
 TEST(ZOLThreadPool, SubmitterWithoutContextGivesAnAllZeroOne) {
+    Probe probe;
     ZOLThreadPool pool;
     ASSERT_TRUE(pool.Init(1));
-    Probe probe;
     Submit(pool, MakeTask(probe, 0, Record, Tid()));  // this thread has no entry
     Submit(pool, MakeTask(probe, 1));
     probe.WaitForCalls(2);
@@ -254,9 +253,9 @@ TEST(ZOLThreadPool, SubmitterWithoutContextGivesAnAllZeroOne) {
 // A worker that already has a context keeps it through the task, and loses it afterwards
 // like any adopted one.
 TEST(ZOLThreadPool, WorkersOwnContextIsKeptDuringTheTask) {
+    Probe probe;
     ZOLThreadPool pool;
     ASSERT_TRUE(pool.Init(1));
-    Probe probe;
     ZOLThreadContext mine = MakeContext(7);
     ASSERT_EQ(0, ZOLThreadContextManager::MapContextToThreadId(Tid(), &mine));
 
@@ -274,9 +273,9 @@ TEST(ZOLThreadPool, WorkersOwnContextIsKeptDuringTheTask) {
 }
 
 TEST(ZOLThreadPool, ExitRecordEndsOneWorkerAndDeInitStillSendsOnePerWorker) {
+    Probe probe;
     ZOLThreadPool pool;
     ASSERT_TRUE(pool.Init(3));
-    Probe probe;
     probe.Close();
     Submit(pool, ZOLThreadPoolTask{ZOLThreadPool::kCmdExit, nullptr, nullptr, 0, 0});
     for (int i = 0; i < 3; ++i) {
@@ -303,9 +302,9 @@ TEST(ZOLThreadPool, ExitRecordEndsOneWorkerAndDeInitStillSendsOnePerWorker) {
 }
 
 TEST(ZOLThreadPool, DeInitDropsPendingRecordsWithoutRunningThem) {
+    Probe probe;
     ZOLThreadPool pool;
     ASSERT_TRUE(pool.Init(2));
-    Probe probe;
     probe.Close();
     Submit(pool, MakeTask(probe, 0, BlockThenRecord));
     Submit(pool, MakeTask(probe, 1, BlockThenRecord));
@@ -344,8 +343,8 @@ TEST(ZOLThreadPool, DeInitDropsPendingRecordsWithoutRunningThem) {
 
 TEST(ZOLThreadPool, InitDropsRecordsQueuedBeforeIt) {
     static char notOwnedByThePool[4];  // Init must not free it, nor run its task
-    ZOLThreadPool pool;
     Probe probe;
+    ZOLThreadPool pool;
     Submit(pool, ZOLThreadPoolTask{0, Record, notOwnedByThePool, 4, 0});
     ASSERT_TRUE(pool.Init(1));
     Submit(pool, MakeTask(probe, 1));
@@ -384,9 +383,9 @@ TEST(ZOLThreadPool, InitDeInitCyclesAndDestructorJoin) {
 TEST(ZOLThreadPool, ConcurrentSubmittersEachLendTheirOwnContext) {
     constexpr int kSubmitters = 4;
     constexpr int kTasksEach = 250;
+    Probe probe;
     ZOLThreadPool pool;
     ASSERT_TRUE(pool.Init(4));
-    Probe probe;
     std::vector<std::thread> submitters;
     for (int s = 0; s < kSubmitters; ++s) {
         submitters.emplace_back([&, s] {
