@@ -1,4 +1,111 @@
-// (Being written.)
+// ZOLSignalTask: one background thread that runs one-shot tasks when their identifier is raised.
+//
+// Callers register (connect) a task under a numeric identifier with insert(id, task) and later
+// raise the identifier with signal(id). The background thread serves raised identifiers in the
+// order in which they were raised: it looks up the task registered under each one, removes it
+// from the registry and runs it. A task therefore runs at most once per registration, always on
+// the background thread. A signal whose identifier has no task when it is served is dropped.
+//
+//   WrapperTask work;
+//   work.task = [] { ... };
+//   ZOLSignalTask::instance()->insert(kMyId, std::move(work));  // copied: `work` keeps the flags
+//   ...
+//   ZOLSignalTask::instance()->signal(kMyId);                  // runs once, on the loop thread
+//   ...
+//   if (*work.done) { ... }                                    // the task has returned
+//
+// Lifetime: the single instance and its thread are created by the first instance() call and
+// destroyed at process exit (or when the library is unloaded). The destructor drops every
+// pending signal and every registered task unrun ("disconnect all"), then stops and joins the
+// thread; a task that is running at that moment is allowed to finish.
+//
+// Locks: m_signalMutex guards m_signals and m_stop and is the lock of m_cond; m_taskMutex guards
+// m_tasks and is held while a task runs. No operation holds both. A task may call signal(),
+// insert(id) or notify() on the instance; a task that calls insert(id, task), remove() or
+// disconnect() on it blocks for ever, and callers of those operations wait while a task runs.
+//
+// Every operation logs at level I with the source position, the operation's name and the
+// instance's address: "<file>:<line> <name>() [<address>] <message>".
 #pragma once
 
+#include <atomic>
+#include <condition_variable>
+#include <functional>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <unordered_map>
+
 #include "zolexport.h"
+
+// A callable and three flags shared by every copy of it, by which the registering code learns
+// what became of its task. The flags are shared, not copied: copy construction and copy
+// assignment make both objects refer to the same three flags (and copy `task`).
+//
+// The registry keeps its own copy, so a caller that keeps its WrapperTask after insert() can
+// read the flags at any time from any thread (they are atomic: the loop thread writes `done`,
+// and whichever thread drops the last copy of an unrun task writes `alive`).
+struct ZOL_EXPORT WrapperTask {
+    // True until the last holder of an unrun task lets go of it; stays true once the task ran.
+    std::shared_ptr<std::atomic<bool>> alive;
+    // Set by the loop thread right after `task` returned.
+    std::shared_ptr<std::atomic<bool>> done;
+    // Never read: its use count is the number of WrapperTask objects sharing this task.
+    std::shared_ptr<bool> holders;
+    // The work. Signalling a task registered without a callable is a fatal error.
+    std::function<void()> task;
+
+    // New flags (alive true, done false) and an empty callable.
+    WrapperTask();
+    WrapperTask(const WrapperTask& other);
+    // Shares the flags of `other` and copies its callable. The object overwritten is simply
+    // released: the destructor's rule below is not applied to it.
+    WrapperTask& operator=(const WrapperTask& other);
+    // When the task has not run and this is its last holder, clears `alive`.
+    ~WrapperTask();
+};
+
+class ZOL_EXPORT ZOLSignalTask {
+public:
+    // The single instance, created with its thread on the first call. Thread-safe.
+    static ZOLSignalTask* instance();
+
+    // Registers (connects) a copy of `task` under `id`, replacing any task registered there.
+    // Does not wake the loop. Returns the number of registered tasks.
+    unsigned long insert(unsigned long id, WrapperTask&& task);
+    // Queues `id` without waking the loop, unless it is already pending. Returns the number of
+    // pending signals.
+    unsigned long insert(unsigned long id);
+    // insert(id), then wakes the loop.
+    void signal(unsigned long id);
+    // Wakes the loop.
+    void notify();
+    // Drops the pending signal and the task under `id` (logged even when there was none).
+    void remove(unsigned long id);
+    // Drops every pending signal and every task.
+    void remove();
+    // remove(id) / remove(), then wakes the loop.
+    void disconnect(unsigned long id);
+    void disconnect();
+    // Body of the background thread: serves signals until the instance is destroyed.
+    void loop();
+
+    // Drops everything pending ("disconnect all"), asks the loop to stop and joins it.
+    ~ZOLSignalTask();
+
+    ZOLSignalTask(const ZOLSignalTask&) = delete;
+    ZOLSignalTask& operator=(const ZOLSignalTask&) = delete;
+
+private:
+    ZOLSignalTask();
+
+    std::unordered_map<unsigned long, WrapperTask> m_tasks;  // guarded by m_taskMutex
+    std::list<unsigned long> m_signals;  // guarded by m_signalMutex; oldest first, no repeats
+    bool m_stop = false;                 // guarded by m_signalMutex
+    std::list<std::thread> m_threads;    // the loop thread; touched only by the ctor and dtor
+    std::condition_variable m_cond;      // waited on with m_signalMutex
+    std::mutex m_mutex;                  // not taken by any operation
+    std::mutex m_taskMutex;
+    std::mutex m_signalMutex;
+};

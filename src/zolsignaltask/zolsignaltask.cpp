@@ -1,0 +1,148 @@
+#include "zolsignaltask.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "zoltoolsdef.h"
+#include "zoltoolsdef/zolfatal.h"
+
+ZOLSignalTask* ZOLSignalTask::instance() {
+    // Constructed once, thread-safely; destroyed at process exit or library unload.
+    static ZOLSignalTask signalTask;
+    return &signalTask;
+}
+
+ZOLSignalTask::ZOLSignalTask() {
+    // Started last, once every member is ready for the loop.
+    m_threads.emplace_back(&ZOLSignalTask::loop, this);
+}
+
+ZOLSignalTask::~ZOLSignalTask() {
+    remove();
+    // The stop request is made under the loop's lock and followed by a wake-up, so the loop
+    // sees it whether it is waiting, about to wait or still serving a task.
+    {
+        std::lock_guard<std::mutex> lock(m_signalMutex);
+        m_stop = true;
+    }
+    m_cond.notify_one();
+    for (std::thread& thread : m_threads) {
+        if (thread.joinable()) {
+            thread.join();
+        }
+    }
+}
+
+unsigned long ZOLSignalTask::insert(unsigned long id, WrapperTask&& task) {
+    ZOL_LOGI("%s:%d %s() [%p] try connect %lu", ZOL_FILE, __LINE__, "insert", this, id);
+    unsigned long size = 0;
+    {
+        std::lock_guard<std::mutex> lock(m_taskMutex);
+        // Copied, not moved: the caller's object keeps sharing the flags.
+        m_tasks[id] = task;
+        size = m_tasks.size();
+    }
+    ZOL_LOGI("%s:%d %s() [%p] success connect %lu with %lu tasks left", ZOL_FILE, __LINE__,
+             "insert", this, id, size);
+    return size;
+}
+
+unsigned long ZOLSignalTask::insert(unsigned long id) {
+    ZOL_LOGI("%s:%d %s() [%p] try signal %lu", ZOL_FILE, __LINE__, "insert", this, id);
+    unsigned long size = 0;
+    {
+        std::lock_guard<std::mutex> lock(m_signalMutex);
+        if (std::find(m_signals.begin(), m_signals.end(), id) != m_signals.end()) {
+            return m_signals.size();
+        }
+        m_signals.push_back(id);
+        size = m_signals.size();
+    }
+    ZOL_LOGI("%s:%d %s() [%p] success signal %lu with %lu signals left", ZOL_FILE, __LINE__,
+             "insert", this, id, size);
+    return size;
+}
+
+void ZOLSignalTask::signal(unsigned long id) {
+    insert(id);
+    m_cond.notify_one();
+}
+
+void ZOLSignalTask::notify() {
+    m_cond.notify_one();
+}
+
+void ZOLSignalTask::remove(unsigned long id) {
+    {
+        std::lock_guard<std::mutex> lock(m_signalMutex);
+        m_signals.remove(id);
+    }
+    {
+        std::lock_guard<std::mutex> lock(m_taskMutex);
+        m_tasks.erase(id);
+    }
+    ZOL_LOGI("%s:%d %s() [%p] disconnect %lu", ZOL_FILE, __LINE__, "remove", this, id);
+}
+
+void ZOLSignalTask::remove() {
+    {
+        std::lock_guard<std::mutex> lock(m_signalMutex);
+        m_signals.clear();
+    }
+    {
+        std::lock_guard<std::mutex> lock(m_taskMutex);
+        m_tasks.clear();
+        // Give the bucket array back as well.
+        std::unordered_map<unsigned long, WrapperTask>().swap(m_tasks);
+    }
+    ZOL_LOGI("%s:%d %s() [%p] disconnect all", ZOL_FILE, __LINE__, "remove", this);
+}
+
+void ZOLSignalTask::disconnect(unsigned long id) {
+    remove(id);
+    m_cond.notify_one();
+}
+
+void ZOLSignalTask::disconnect() {
+    remove();
+    m_cond.notify_one();
+}
+
+void ZOLSignalTask::loop() {
+    for (;;) {
+        ZOL_LOGI("%s:%d %s() [%p] loop alive", ZOL_FILE, __LINE__, "loop", this);
+        unsigned long id = 0;
+        {
+            std::unique_lock<std::mutex> lock(m_signalMutex);
+            m_cond.wait(lock, [this] { return m_stop || !m_signals.empty(); });
+            // A stop request wins over signals still pending: they are not served.
+            if (m_stop) {
+                lock.unlock();
+                ZOL_LOGI("%s:%d %s() [%p] loop stop", ZOL_FILE, __LINE__, "loop", this);
+                return;
+            }
+            id = m_signals.front();
+            m_signals.pop_front();
+        }
+
+        // Declared before the lock, so that it is destroyed after the lock is released.
+        WrapperTask local;
+        std::lock_guard<std::mutex> lock(m_taskMutex);
+        auto entry = m_tasks.find(id);
+        if (entry == m_tasks.end()) {
+            continue;  // nothing registered: the signal is consumed
+        }
+        local = entry->second;
+        // The local copy shares `holders`, so erasing the entry leaves `alive` true.
+        m_tasks.erase(entry);
+        // An empty std::function would throw, which this library never lets out of a thread.
+        if (!local.task) {
+            ZOL_FATAL("signalled task has no callable");
+        }
+        local.task();
+        if (local.done) {  // empty only if the caller reset it
+            local.done->store(true);
+        }
+        ZOL_LOGI("%s:%d %s() [%p] task %lu done", ZOL_FILE, __LINE__, "loop", this, id);
+    }
+}
