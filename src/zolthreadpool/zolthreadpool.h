@@ -2,14 +2,40 @@
 //
 // The owner embeds the pool, calls Init(n) once to start n workers, and submits work itself:
 // there is no submit method. To submit, build a ZOLThreadPoolTask, lock m_taskMutex, append the
-// record at the back of m_taskList, unlock, then notify one waiter on m_taskCond. A record's
-// argument block is allocated with malloc by the submitter and from then on belongs to the
-// pool, which frees it after the task ran or when it drops the record. A record that names the
-// submitting thread (ctxThreadId) runs under that thread's ZOLThreadContext.
+// record at the back of m_taskList, unlock, then notify one waiter on m_taskCond:
+//
+//   ZOLThreadPoolTask task{ZOLThreadPool::kCmdRun, Work, block, blockSize, gettid()};
+//   {
+//       std::lock_guard<std::mutex> lock(pool.m_taskMutex);
+//       pool.m_taskList.push_back(task);
+//   }
+//   pool.m_taskCond.notify_one();
+//
+// Records are taken in submission order, each by exactly one worker; with several workers the
+// tasks overlap and may finish in any order. The pool writes no log lines.
+//
+// Ownership: a record's argument block is allocated with malloc by the submitter and from then
+// on belongs to the pool, which frees it after the task ran or when it drops the record, with
+// these exceptions kept on purpose: records still queued when Init runs are dropped without
+// freeing, and a record whose cmd is neither 0 nor 1 is taken and ignored without freeing.
+//
+// A worker drops, without running it, a record whose func is null (arg freed) or whose arg and
+// argSize disagree (arg null with a size: nothing to free; arg set with size 0: arg freed).
+//
+// Context: a record that names the submitting thread (ctxThreadId, its gettid(); 0 for none)
+// runs with that thread's ZOLThreadContext mapped to the worker: a copy of the submitter's
+// entry, all zero when it has none, and a context the worker already has is kept. After the
+// task the worker's entry is removed. The worker takes the context table's lock for this.
+//
+// Lifecycle: constructed (records wait, no workers) -> Init(n) -> running -> DeInit() ->
+// stopped, and Init may follow again. Init forgets the handles of an earlier Init without
+// joining them. DeInit (also run by the destructor) frees and drops the pending records, then
+// queues one exit record (cmd 1) per started worker behind anything submitted meanwhile, and
+// joins the workers in start order. A task must not call DeInit on its own pool.
 //
 // Locks: m_workerMutex guards m_workers; m_taskMutex guards m_taskList and is the lock of
-// m_taskCond. DeInit() (also run by the destructor) drops pending records, then stops and joins
-// every worker.
+// m_taskCond. The two are never held together, except that DeInit holds m_workerMutex while
+// joining (workers never take it).
 #pragma once
 
 #include <condition_variable>
@@ -21,7 +47,7 @@
 #include "zolexport.h"
 
 struct ZOLThreadPoolTask {
-    uint32_t cmd;                               // 0 run, 1 the worker taking it ends
+    uint32_t cmd;                               // 0 run, 1 the worker ends, others ignored
     void (*func)(void* arg, uint32_t argSize);  // may be null
     void* arg;                                  // malloc'ed by the submitter, freed by the pool
     uint32_t argSize;                           // 0 exactly when arg is null
@@ -38,7 +64,8 @@ public:
     ZOLThreadPool(const ZOLThreadPool&) = delete;
     ZOLThreadPool& operator=(const ZOLThreadPool&) = delete;
 
-    // Starts up to n workers; true when all n started.
+    // Starts up to n workers, stopping at the first that cannot be created (those already
+    // started keep running and are listed). True when all n started; Init(0) starts nothing.
     bool Init(unsigned int n);
     // Drops pending records (freeing their arguments), stops and joins every worker.
     void DeInit();
@@ -46,7 +73,8 @@ public:
     void FlushTask();
     // Blocks until a record is pending and moves the front record into task. Always true.
     bool GetTaskFromList(ZOLThreadPoolTask& task);
-    // Thread function of each worker; its argument is the pool.
+    // Thread function of each worker (for pthread_create); its argument is the pool. Returns
+    // null when the worker takes an exit record.
     static void* WorkerCore(void* pool);
 
     std::mutex m_workerMutex;
