@@ -1,0 +1,135 @@
+// zoltools: looks at what the library left on a device (simulation folders, raw frames,
+// offline logs) and at the machine's pressure-stall averages. The commands themselves live in
+// tools/lib; this file only maps the command line onto them.
+#include <CLI/CLI.hpp>
+
+#include <atomic>
+#include <csignal>
+#include <string>
+#include <vector>
+
+#include "commands.h"
+#include "progress.h"
+#include "zoltoolsdef.h"
+
+namespace {
+
+std::atomic<bool> g_stop{false};
+
+void OnSignal(int) {
+    g_stop = true;
+}
+
+// Ctrl-C ends a command that runs until stopped (log --follow, psi --interval) cleanly, with
+// its exit status; every other command is simply interrupted.
+void StopOnSignals() {
+    std::signal(SIGINT, OnSignal);
+    std::signal(SIGTERM, OnSignal);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    // The commands report every failure themselves, naming the file; the library's own log
+    // lines (which go to stderr on a host) would only repeat them.
+    ZOLToolsLogLevel = 0;
+
+    CLI::App app{
+        "zoltools: inspect simulation folders, convert raw frames, merge offline logs, "
+        "read pressure-stall averages"};
+    app.require_subcommand(1);
+    app.set_version_flag("--version", "zoltools 1.0");
+
+    zoltool::Streams io;
+    io.progress = zoltool::Progress::StderrIsTerminal();
+    int status = zoltool::kExitOk;
+
+    zoltool::InspectOptions inspect;
+    CLI::App* inspectCmd = app.add_subcommand(
+        "inspect",
+        "Show the request records, frame files (expected and actual size) and database "
+        "of simulation save folders");
+    inspectCmd
+        ->add_option("PATH", inspect.path,
+                     "A save folder (SimulationIntputInfo_...), the algosimulation folder holding "
+                     "them, or a device root")
+        ->required();
+    inspectCmd->add_option("--png", inspect.pngDir,
+                           "Render every frame of format 0 or 1 to PNG under this directory "
+                           "(one subdirectory per save folder)");
+    inspectCmd->callback([&] { status = zoltool::RunInspect(inspect, io); });
+
+    zoltool::ConvertOptions convert;
+    CLI::App* convertCmd = app.add_subcommand(
+        "convert",
+        "Convert a raw NV21 frame to PNG, or a PNG to a raw NV21 frame (the direction "
+        "follows the input: a PNG file or not)");
+    convertCmd->add_option("INPUT", convert.input, "A raw NV21 frame or a PNG")->required();
+    convertCmd->add_option("OUTPUT", convert.output, "The PNG or raw NV21 file to write")
+        ->required();
+    convertCmd->add_option("--size", convert.size,
+                           "WIDTHxHEIGHT of a raw input (default: the WxH in its file name)");
+    convertCmd->callback([&] { status = zoltool::RunConvert(convert, io); });
+
+    zoltool::LogOptions log;
+    std::string levels;
+    CLI::App* logCmd = app.add_subcommand(
+        "log",
+        "Merge the offline log files of a folder and print their lines in stamp order "
+        "(date, time, nanoseconds, thread id)");
+    logCmd
+        ->add_option("PATH", log.path,
+                     "The offline log folder, a device root, or one ZOLOfflineLog_... file")
+        ->required();
+    logCmd->add_option("--level", levels, "Only these levels, e.g. E,W or EWD (E W D I V)");
+    logCmd->add_option("--pid", log.filter.pids, "Only lines of this process id (repeatable)");
+    logCmd->add_option("--tid", log.filter.tids, "Only lines of this thread id (repeatable)");
+    logCmd->add_option("--grep", log.filter.texts,
+                       "Only lines whose message contains this text (repeatable: all must occur)");
+    logCmd->add_flag("--with-file", log.withFile, "Prefix each line with its file name");
+    logCmd->add_flag("-f,--follow", log.follow,
+                     "Then follow the newest file as it grows (Ctrl-C ends)");
+    logCmd->callback([&] {
+        std::string error;
+        if (!levels.empty() && !zoltool::ParseLevelList(levels, log.filter.levels, error)) {
+            std::fprintf(stderr, "zoltools log: %s\n", error.c_str());
+            status = zoltool::kExitUsage;
+            return;
+        }
+        log.stop = &g_stop;
+        if (log.follow) {
+            StopOnSignals();
+        }
+        status = zoltool::RunLog(log, io);
+    });
+
+    zoltool::PsiOptions psi;
+    CLI::App* psiCmd = app.add_subcommand(
+        "psi", "Print the ten-second \"some\" pressure-stall averages of CPU, memory and I/O");
+    psiCmd->add_option("-i,--interval", psi.intervalSeconds,
+                       "Print again every this many seconds (default: once)");
+    psiCmd->add_option("-n,--count", psi.count, "With --interval: stop after this many readings");
+    psiCmd->add_option("--dir", psi.dir, "Read cpu, memory and io from this directory")
+        ->capture_default_str();
+    psiCmd->callback([&] {
+        psi.stop = &g_stop;
+        if (psi.intervalSeconds > 0) {
+            StopOnSignals();
+        }
+        status = zoltool::RunPsi(psi, io);
+    });
+
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::CallForHelp& e) {
+        return app.exit(e);
+    } catch (const CLI::CallForAllHelp& e) {
+        return app.exit(e);
+    } catch (const CLI::CallForVersion& e) {
+        return app.exit(e);
+    } catch (const CLI::ParseError& e) {
+        app.exit(e);
+        return zoltool::kExitUsage;
+    }
+    return status;
+}

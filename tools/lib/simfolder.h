@@ -1,0 +1,79 @@
+// Reading what the algorithm simulation saved: the request record file (requestInfo.bin, one
+// 40-byte native-order record per input buffer), the frame files
+// (inputFrameInfo_<W>x<H>_<index>_.yuv) and the database block (database.bin) of each save
+// folder (SimulationIntputInfo_<MMDDhhmmssmmm>/) under the base folder
+// (data/vendor/camera/algosimulation/ of a device root).
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace zoltool {
+
+// One record of requestInfo.bin. The descriptors are the saving process's numbers, kept for
+// inspection only.
+struct RequestRecord {
+    uint32_t format = 0;
+    uint32_t width = 0;
+    uint32_t height = 0;
+    uint32_t planeStride = 0;
+    uint32_t sliceHeight = 0;
+    uint32_t numberOfPlanes = 0;
+    int32_t fd[4] = {0, 0, 0, 0};
+};
+
+constexpr size_t kRequestRecordBytes = 40;
+
+// Decodes requestInfo.bin. Every record that is whole is decoded; each reason to distrust the
+// file (a size that is not a whole number of records, a record whose format code, plane count
+// or size no save could have written) is appended to `problems`, prefixed with `what`.
+std::vector<RequestRecord> ParseRequestInfo(const std::vector<uint8_t>& bytes,
+                                            const std::string& what,
+                                            std::vector<std::string>& problems);
+
+// Encodes records in the same layout (for tests and tools that build folders).
+std::vector<uint8_t> EncodeRequestInfo(const std::vector<RequestRecord>& records);
+
+// One frame file of a save folder, as found or as the records expect it.
+struct FrameReport {
+    int index = -1;          // buffer index from the name (or the record's index if missing)
+    std::string fileName;    // bare name
+    uint64_t expected = 0;   // bytes the record's geometry gives (0 when there is no record)
+    int64_t actual = -1;     // bytes on disk, -1 when missing
+    bool hasRecord = false;  // a record with this index exists
+    uint32_t width = 0;      // from the record (or from the name, without one)
+    uint32_t height = 0;
+    uint32_t format = 0;
+    std::string status;  // "ok", "missing", "size mismatch", "no record", ...
+};
+
+struct FolderReport {
+    std::string path;  // the save folder
+    std::string name;  // its bare name
+    int64_t requestInfoBytes = -1;
+    std::vector<RequestRecord> records;
+    bool recordsTrusted = false;  // the request file decoded without a problem
+    std::vector<FrameReport> frames;
+    int64_t databaseBytes = -1;
+    std::vector<std::string> otherFiles;  // entries that are none of the above
+    std::vector<std::string> problems;    // each names the file and what is wrong
+};
+
+// Parses "inputFrameInfo_<W>x<H>_<index>_.yuv". False for any other name.
+bool ParseFrameFileName(const std::string& name, uint32_t& width, uint32_t& height, int& index);
+
+// Inspects one save folder.
+FolderReport InspectSaveFolder(const std::string& path);
+
+// What PATH names: a save folder (it holds requestInfo.bin), a base folder (it holds save
+// folders), or a device root (it holds data/vendor/camera/algosimulation). Fills `folders`
+// with the save folders to inspect, sorted by name (that is, by save time within a year).
+// False with `error` when PATH is none of these.
+bool FindSaveFolders(const std::string& path, std::vector<std::string>& folders,
+                     std::string& error);
+
+// The report as a text table.
+std::string FormatFolderReport(const FolderReport& report);
+
+}  // namespace zoltool
