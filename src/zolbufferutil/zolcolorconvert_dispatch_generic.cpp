@@ -1,0 +1,11 @@
+// Kernel choice where the build has no SIMD kernels: the portable one.
+#include "zolbufferutil/zolcolorconvert_rows.h"
+
+namespace zol::colorconvert {
+
+RowKernelList SupportedRowKernels() {
+    static const RowKernels* const items[] = {&kScalarRowKernels};
+    return RowKernelList{items, 1};
+}
+
+}  // namespace zol::colorconvert
