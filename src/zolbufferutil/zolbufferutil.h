@@ -1,6 +1,10 @@
 // Stateless image-buffer utilities: plane copy, raw dump and read-back, a shallow directory
 // walk, and colour conversion between NV21 (YUV 4:2:0 semi-planar, V then U) and packed RGBA.
-// (Being written: the buffer-utility and colour-conversion work complete the comments.)
+//
+// Nothing here keeps state or allocates (apart from the names traveDir appends): every call may
+// run on any thread, as long as calls on the same buffer or file are serialised by the caller.
+// The caller owns every buffer, FILE and path passed in. Cache synchronisation of DMA buffers
+// around these calls is the caller's duty (ZOLBufferManager::StartCPUSync / EndCPUSync).
 #pragma once
 
 #include <cstdio>
@@ -10,19 +14,77 @@
 #include "zolexport.h"
 #include "zolimagebuffer.h"
 
+// ---- Copy, dump and read ----
+//
+// Only `format`, `width`, `height`, `planeStride`, `Addr[0]` and `Addr[1]` of a ZOLImageBuffer
+// are used; plane 1 is always found through Addr[1], and both planes advance `planeStride`
+// bytes per row. Raw files hold the payload of each row only (no stride padding, no header),
+// plane 0 rows first, then plane 1 rows. Row bytes come from `width`, rows from `height`
+// (integer division):
+//
+//   format  plane 0 rows x bytes     plane 1 rows x bytes         dump  read back
+//   0, 1    height x width           height/2 x width   (h >= 2)  yes   yes
+//   2       -                        -                            no    no
+//   3       height x width*12/8      -                            yes   yes
+//   4       height x width*14/8      -                            yes   no
+//   5       height x width*2         -                            yes   yes
+//   6       height x width*2         height/2 x width*2 (h >= 2)  yes   yes
+//   7       height x width           -                            yes   yes
+//   8..14   height x width*2         -                            yes   no
+//   >= 15   -                        -                            no    no
+//
+// A dump of format 4 or 8..14 therefore cannot be read back. Where a format is not handled the
+// error line "unknow format: %d" is written whatever ZOLToolsLogLevel says, and the result is
+// still true. A row size that does not fit in 32 bits (width x 2, x 12, x 14) aborts the
+// process. Every row is one memcpy, fwrite or fread straight between the plane and its
+// destination: nothing is staged.
 class ZOL_EXPORT ZOLBufferUtil {
 public:
+    // Copies `rows` rows of `rowBytes` bytes, `dst` advancing `dstStride` and `src` advancing
+    // `srcStride` bytes per row. Nothing happens when rows (or rowBytes) is below 1.
     static void ZOLCopyPlane(unsigned char* dst, unsigned char* src, int rowBytes, int rows,
                              int dstStride, int srcStride);
+
+    // Copies the pixels of `src` into `dst`. The sizes must match, or match transposed (src
+    // width == dst height and src height == dst width); a transposed match does not rotate:
+    // the source's rows still land row by row in the destination's rows. If either buffer has
+    // format 0 or 1, plane 0 (height rows of width bytes) and plane 1 (height/2 rows, only when
+    // height >= 2) are copied; otherwise, if either has format 5, plane 0 with width*2 bytes
+    // per row. Row sizes always come from `src`, strides from each buffer. False, with nothing
+    // copied and nothing logged, for other sizes or formats (and for a null buffer).
     static bool ZOLBufferCopy(ZOLImageBuffer* dst, ZOLImageBuffer* src);
+
+    // Writes `rows` rows of `rowBytes` bytes from `src` (advancing `stride` per row) to `file`,
+    // one fwrite per row. Write errors are not checked.
     static void ZOLDumpPlane(FILE* file, unsigned char* src, int rowBytes, int rows, int stride);
+
+    // The mirror of ZOLDumpPlane: one fread per row into `dst`. Short reads are not checked.
     static void ZOLReadPlane(FILE* file, unsigned char* dst, int rowBytes, int rows, int stride);
+
+    // Writes the buffer's planes to `path` (created or truncated) per the table above. False,
+    // with no log line, only when the file cannot be opened; an unknown format leaves it empty.
     static bool ZOLBufferDump(ZOLImageBuffer* buffer, const char* path);
+
+    // Fills the buffer's planes from `path`, interpreted entirely through the buffer's own
+    // geometry; the planes must be allocated by the caller. Before anything else the first
+    // eight bytes of Addr[0] and of Addr[1] are set to zero, whatever the format, so both
+    // pointers must be valid for eight bytes (a null plane pointer is left alone). A short file
+    // leaves the rows it does not reach as they were. False, with no log line, only when the
+    // file cannot be opened.
     static bool ZOLReadBuffer(ZOLImageBuffer* buffer, char* path);
+
+    // Appends to `names` the entries of the directory `path` that do not begin with '.', as
+    // bare names in directory-stream order (unsorted). Each name is then stat()ed as it stands,
+    // that is relative to the current working directory, not to `path`; when that finds a
+    // directory and depth <= 1, the walk descends into it with depth + 1 and its names follow
+    // its own. So only depth >= 2 lists exactly one level, and depth 0 or 1 descends only when
+    // the working directory is `path`. Returns 0, or -1 when `path` cannot be opened (nothing
+    // is appended then); callers need not look at it.
     static int traveDir(const char* path, int depth, std::vector<std::string>& names);
 };
 
-// A pointer into path just behind its last '/', or path itself when it has none.
+// A pointer into `path` just behind its last '/', or `path` itself when it has none ("a/b/c.yuv"
+// gives "c.yuv", "a/" gives ""). Nothing is copied.
 ZOL_EXPORT const char* ZOLGetFileName(const char* path);
 
 // ---- Colour conversion ----
