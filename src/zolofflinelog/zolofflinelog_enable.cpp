@@ -1,4 +1,8 @@
 // Whether the offline log is on: ReadEnableFromOverrideSettingsFile.
+// GCC 12 with -fsanitize=address warns, wrongly, that std::regex's internals may be used
+// uninitialised: a known false positive.
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+
 #include <fstream>
 #include <regex>
 #include <string>
