@@ -101,11 +101,11 @@ private:
     ZOLSignalTask();
 
     std::unordered_map<unsigned long, WrapperTask> m_tasks;  // guarded by m_taskMutex
-    std::list<unsigned long> m_signals;  // guarded by m_signalMutex; oldest first, no repeats
-    bool m_stop = false;                 // guarded by m_signalMutex
-    std::list<std::thread> m_threads;    // the loop thread; touched only by the ctor and dtor
-    std::condition_variable m_cond;      // waited on with m_signalMutex
-    std::mutex m_mutex;                  // not taken by any operation
+    std::list<unsigned long> m_signals;   // guarded by m_signalMutex; oldest first, no repeats
+    bool m_stop = false;                  // guarded by m_signalMutex
+    std::list<std::thread> m_threads;     // the loop thread; touched only by the ctor and dtor
+    std::condition_variable m_cond;       // waited on with m_signalMutex
+    [[maybe_unused]] std::mutex m_mutex;  // not taken by any operation
     std::mutex m_taskMutex;
     std::mutex m_signalMutex;
 };

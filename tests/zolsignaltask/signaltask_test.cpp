@@ -3,7 +3,6 @@
 #include <atomic>
 #include <cstdio>
 #include <mutex>
-#include <regex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -292,12 +291,20 @@ protected:
         std::snprintf(text, sizeof(text), "%p", p);
         return text;
     }
-    // True when some captured line is "<file>:<line> <function>() [<address>] <message>".
+    // True when some captured line is "zolsignaltask.cpp:<line> <function>() [<address>]
+    // <message>", exactly.
     bool HasLine(const std::string& function, const std::string& message) const {
-        const std::regex line("zolsignaltask\\.cpp:[0-9]+ " + function + "\\(\\) \\[" +
-                              Address(ZOLSignalTask::instance()) + "\\] " + message);
+        const std::string head = "zolsignaltask.cpp:";
+        const std::string tail =
+            " " + function + "() [" + Address(ZOLSignalTask::instance()) + "] " + message;
         for (const std::string& text : m_capture.Texts()) {
-            if (std::regex_match(text, line)) {
+            if (text.size() <= head.size() + tail.size() || text.rfind(head, 0) != 0 ||
+                text.compare(text.size() - tail.size(), tail.size(), tail) != 0) {
+                continue;
+            }
+            const std::string line =
+                text.substr(head.size(), text.size() - head.size() - tail.size());
+            if (line.find_first_not_of("0123456789") == std::string::npos) {
                 return true;
             }
         }
