@@ -178,6 +178,32 @@ TEST(ZOLThreadPool, InitStartsEveryWorkerAndEachTaskRunsOnce) {
     EXPECT_EQ(0u, PendingRecords(pool));  // every exit record was taken
 }
 
+// With a default stack size no system can map, no thread can be created: Init reports it and
+// lists no worker; once threads can start again, the same pool initialises normally.
+TEST(ZOLThreadPool, InitReportsWorkersThatCouldNotStart) {
+    pthread_attr_t original;
+    ASSERT_EQ(0, pthread_getattr_default_np(&original));
+    pthread_attr_t huge;
+    ASSERT_EQ(0, pthread_attr_init(&huge));
+    ASSERT_EQ(0, pthread_attr_setstacksize(&huge, size_t{1} << 46));
+    ASSERT_EQ(0, pthread_setattr_default_np(&huge));
+
+    Probe probe;
+    ZOLThreadPool pool;
+    const bool started = pool.Init(3);
+    const size_t workers = pool.m_workers.size();
+    ASSERT_EQ(0, pthread_setattr_default_np(&original));
+    pthread_attr_destroy(&huge);
+    pthread_attr_destroy(&original);
+    EXPECT_FALSE(started);
+    EXPECT_EQ(0u, workers);
+
+    ASSERT_TRUE(pool.Init(2));
+    EXPECT_EQ(2u, pool.m_workers.size());
+    Submit(pool, MakeTask(probe, 0));
+    probe.WaitForCalls(1);
+}
+
 // One worker takes records strictly in order, so a final marker task shows that everything
 // before it has been handled.
 TEST(ZOLThreadPool, WorkerDropsRecordsItMustNotRun) {
