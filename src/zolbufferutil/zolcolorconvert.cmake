@@ -21,7 +21,7 @@ if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64|amd64)$")
     # -Wuninitialized flags once inlined (GCC bug 105593); nothing of ours is uninitialised.
     set_source_files_properties(${_zol_cc}_avx512.cpp TARGET_DIRECTORY zoltools_obj
         PROPERTIES COMPILE_OPTIONS
-        "-mavx512f;-mavx512bw;-Wno-uninitialized;-Wno-maybe-uninitialized")
+        "-mavx512f;-mavx512bw;-mavx512vnni;-Wno-uninitialized;-Wno-maybe-uninitialized")
 else()
     target_sources(zoltools_obj PRIVATE ${CMAKE_CURRENT_LIST_DIR}/zolcolorconvert_dispatch_generic.cpp)
 endif()

@@ -38,6 +38,7 @@ void OverrideRowKernelsForTest(const RowKernels* kernels) {
 
 using zol::colorconvert::ActiveRowKernels;
 using zol::colorconvert::CheckRowProducts;
+using zol::colorconvert::RowKernels;
 
 void yuv420sp2rgba(unsigned char* y, unsigned char* uv, unsigned char* rgba, int yStride,
                    int uvStride, int width, int height) {
@@ -45,8 +46,12 @@ void yuv420sp2rgba(unsigned char* y, unsigned char* uv, unsigned char* rgba, int
         return;
     }
     CheckRowProducts(yStride, uvStride, height);
-    const auto row = ActiveRowKernels().yuvToRgba;
     const size_t rgbaRow = static_cast<size_t>(width) * 4;
+    const RowKernels& kernels = ActiveRowKernels();
+    const auto row =
+        rgbaRow * static_cast<size_t>(height) >= zol::colorconvert::kStreamingOutputBytes
+            ? kernels.yuvToRgbaStreaming
+            : kernels.yuvToRgba;
     for (int r = 0; r < height; ++r) {
         // Odd rows start half a chroma row further on: (r * uvStride) / 2, truncated.
         row(y + r * yStride, uv + (r * uvStride) / 2, rgba + r * rgbaRow, width);

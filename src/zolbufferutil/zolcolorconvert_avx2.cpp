@@ -25,6 +25,9 @@ struct Avx2 {
     static V PermInv(V v) {
         return _mm256_permutevar8x32_epi32(v, _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7));
     }
+    // p register-aligned.
+    static void StoreStream(void* p, V v) { _mm256_stream_si256(static_cast<__m256i*>(p), v); }
+    static void StoreFence() { _mm_sfence(); }
     static V Zero() { return _mm256_setzero_si256(); }
     static V Set16(int x) { return _mm256_set1_epi16(static_cast<short>(x)); }
     static V Set32(int x) { return _mm256_set1_epi32(x); }
@@ -44,11 +47,22 @@ struct Avx2 {
     static V MulHi16(V a, V b) { return _mm256_mulhi_epi16(a, b); }
     static V MaddUbs(V a, V b) { return _mm256_maddubs_epi16(a, b); }
     static V Madd16(V a, V b) { return _mm256_madd_epi16(a, b); }
+    // acc + the pmaddwd of a and b.
+    static V MaddAdd16(V acc, V a, V b) { return Add32(acc, Madd16(a, b)); }
+    // The sum of each 4 bytes' products, the first two only (the others' multipliers are 0):
+    // pmaddubsw leaves it in the low word, with zero above.
+    static V DotBytes2(V a, V b) { return MaddUbs(a, b); }
+    // acc + the sum of each 4 bytes' products (unsigned a, signed b; pair sums within int16).
+    static V DotBytesAdd(V acc, V a, V b) { return Add32(acc, Madd16(MaddUbs(a, b), Set16(1))); }
+    static V Sub32(V a, V b) { return _mm256_sub_epi32(a, b); }
     static V Add32(V a, V b) { return _mm256_add_epi32(a, b); }
-    static V Mullo32(V a, V b) { return _mm256_mullo_epi32(a, b); }
     template <int N>
     static V Slli32(V a) {
         return _mm256_slli_epi32(a, N);
+    }
+    template <int N>
+    static V Slli16(V a) {
+        return _mm256_slli_epi16(a, N);
     }
     template <int N>
     static V Srli16(V a) {
@@ -69,12 +83,12 @@ struct Avx2 {
             _mm256_or_si256(_mm256_cmpeq_epi16(a, Set16(x)), _mm256_cmpeq_epi16(a, Set16(y)));
         return !_mm256_testz_si256(eq, eq);
     }
-    static bool AnyEq32(V a, V b) {
-        const V eq = _mm256_cmpeq_epi32(a, b);
-        return !_mm256_testz_si256(eq, eq);
+    static bool AnyEqF(F a, F b) {
+        return _mm256_movemask_ps(_mm256_cmp_ps(a, b, _CMP_EQ_OQ)) != 0;
     }
-    static bool AnyEqNonZero(V a, V b, V n) {
-        const V eq = _mm256_andnot_si256(_mm256_cmpeq_epi32(n, Zero()), _mm256_cmpeq_epi32(a, b));
+    static bool AnyEqNonZeroF(F a, F b, V n) {
+        const V eq = _mm256_andnot_si256(_mm256_cmpeq_epi32(n, Zero()),
+                                         _mm256_castps_si256(_mm256_cmp_ps(a, b, _CMP_EQ_OQ)));
         return !_mm256_testz_si256(eq, eq);
     }
     static V EvenOfPairs(V a, V b) {
@@ -104,9 +118,13 @@ struct Avx2 {
 void Avx2YuvToRgbaRow(const uint8_t* y, const uint8_t* uv, uint8_t* rgba, int width) {
     X86Rows<Avx2>::YuvToRgbaRow(y, uv, rgba, width);
 }
+void Avx2YuvToRgbaRowStreaming(const uint8_t* y, const uint8_t* uv, uint8_t* rgba, int width) {
+    X86Rows<Avx2>::YuvToRgbaRowStreaming(y, uv, rgba, width);
+}
 void Avx2RgbaToYuvRow(const uint8_t* rgba, uint8_t* y, uint8_t* uv, int width) {
     X86Rows<Avx2>::RgbaToYuvRow(rgba, y, uv, width);
 }
-const RowKernels kAvx2RowKernels = {"avx2", Avx2YuvToRgbaRow, Avx2RgbaToYuvRow};
+const RowKernels kAvx2RowKernels = {"avx2", Avx2YuvToRgbaRow, Avx2YuvToRgbaRowStreaming,
+                                    Avx2RgbaToYuvRow};
 
 }  // namespace zol::colorconvert

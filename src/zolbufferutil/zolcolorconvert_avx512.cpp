@@ -1,5 +1,6 @@
-// AVX-512 (F + BW) row kernels: the block algorithm of zolcolorconvert_x86.h on 512-bit
-// registers. Built with -mavx512f -mavx512bw; run only where the CPU has both.
+// AVX-512 (F, BW and VNNI) row kernels: the block algorithm of zolcolorconvert_x86.h on
+// 512-bit registers. Built with -mavx512f -mavx512bw -mavx512vnni; run only where the CPU has
+// all three (VNNI fuses the multiply-adds with their sums).
 #include <immintrin.h>
 
 #include "zolbufferutil/zolcolorconvert_x86.h"
@@ -25,6 +26,9 @@ struct Avx512 {
             _mm512_setr_epi32(0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15), v);
     }
     static V PermInv(V v) { return PermFwd(v); }
+    // p register-aligned.
+    static void StoreStream(void* p, V v) { _mm512_stream_si512(static_cast<__m512i*>(p), v); }
+    static void StoreFence() { _mm_sfence(); }
     static V Zero() { return _mm512_setzero_si512(); }
     static V Set16(int x) { return _mm512_set1_epi16(static_cast<short>(x)); }
     static V Set32(int x) { return _mm512_set1_epi32(x); }
@@ -44,11 +48,19 @@ struct Avx512 {
     static V MulHi16(V a, V b) { return _mm512_mulhi_epi16(a, b); }
     static V MaddUbs(V a, V b) { return _mm512_maddubs_epi16(a, b); }
     static V Madd16(V a, V b) { return _mm512_madd_epi16(a, b); }
+    // The multiply-adds fused with the accumulation (AVX-512 VNNI).
+    static V MaddAdd16(V acc, V a, V b) { return _mm512_dpwssd_epi32(acc, a, b); }
+    static V DotBytes2(V a, V b) { return _mm512_dpbusd_epi32(Zero(), a, b); }
+    static V DotBytesAdd(V acc, V a, V b) { return _mm512_dpbusd_epi32(acc, a, b); }
+    static V Sub32(V a, V b) { return _mm512_sub_epi32(a, b); }
     static V Add32(V a, V b) { return _mm512_add_epi32(a, b); }
-    static V Mullo32(V a, V b) { return _mm512_mullo_epi32(a, b); }
     template <int N>
     static V Slli32(V a) {
         return _mm512_slli_epi32(a, N);
+    }
+    template <int N>
+    static V Slli16(V a) {
+        return _mm512_slli_epi16(a, N);
     }
     template <int N>
     static V Srli16(V a) {
@@ -67,9 +79,9 @@ struct Avx512 {
     static bool AnyEq16(V a, int x, int y) {
         return (_mm512_cmpeq_epi16_mask(a, Set16(x)) | _mm512_cmpeq_epi16_mask(a, Set16(y))) != 0;
     }
-    static bool AnyEq32(V a, V b) { return _mm512_cmpeq_epi32_mask(a, b) != 0; }
-    static bool AnyEqNonZero(V a, V b, V n) {
-        return _mm512_mask_cmpeq_epi32_mask(_mm512_test_epi32_mask(n, n), a, b) != 0;
+    static bool AnyEqF(F a, F b) { return _mm512_cmp_ps_mask(a, b, _CMP_EQ_OQ) != 0; }
+    static bool AnyEqNonZeroF(F a, F b, V n) {
+        return _mm512_mask_cmp_ps_mask(_mm512_test_epi32_mask(n, n), a, b, _CMP_EQ_OQ) != 0;
     }
     static V EvenOfPairs(V a, V b) {
         return _mm512_castps_si512(_mm512_shuffle_ps(_mm512_castsi512_ps(a), _mm512_castsi512_ps(b),
@@ -99,9 +111,13 @@ struct Avx512 {
 void Avx512YuvToRgbaRow(const uint8_t* y, const uint8_t* uv, uint8_t* rgba, int width) {
     X86Rows<Avx512>::YuvToRgbaRow(y, uv, rgba, width);
 }
+void Avx512YuvToRgbaRowStreaming(const uint8_t* y, const uint8_t* uv, uint8_t* rgba, int width) {
+    X86Rows<Avx512>::YuvToRgbaRowStreaming(y, uv, rgba, width);
+}
 void Avx512RgbaToYuvRow(const uint8_t* rgba, uint8_t* y, uint8_t* uv, int width) {
     X86Rows<Avx512>::RgbaToYuvRow(rgba, y, uv, width);
 }
-const RowKernels kAvx512RowKernels = {"avx512", Avx512YuvToRgbaRow, Avx512RgbaToYuvRow};
+const RowKernels kAvx512RowKernels = {"avx512", Avx512YuvToRgbaRow, Avx512YuvToRgbaRowStreaming,
+                                      Avx512RgbaToYuvRow};
 
 }  // namespace zol::colorconvert

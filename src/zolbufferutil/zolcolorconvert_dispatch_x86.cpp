@@ -8,7 +8,8 @@ RowKernelList SupportedRowKernels() {
         static const RowKernels* items[4];
         int n = 0;
         __builtin_cpu_init();
-        if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw")) {
+        if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
+            __builtin_cpu_supports("avx512vnni")) {
             items[n++] = &kAvx512RowKernels;
         }
         if (__builtin_cpu_supports("avx2")) {

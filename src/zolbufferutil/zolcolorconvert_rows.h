@@ -13,6 +13,7 @@
 // An arm64 NEON set slots in as zolcolorconvert_neon.cpp plus a dispatch file of its own.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 namespace zol::colorconvert {
@@ -26,8 +27,14 @@ using RgbaToYuvRowFn = void (*)(const uint8_t* rgba, uint8_t* y, uint8_t* uv, in
 struct RowKernels {
     const char* name;
     YuvToRgbaRowFn yuvToRgba;
+    // The same output, written with streaming stores where the kernel has them: for images
+    // too large to stay cached, where they save the read of every destination line.
+    YuvToRgbaRowFn yuvToRgbaStreaming;
     RgbaToYuvRowFn rgbaToYuv;
 };
+
+// RGBA outputs from this size on are written with streaming stores (kernels that have them).
+constexpr size_t kStreamingOutputBytes = size_t{16} << 20;
 
 // ---- The integer formulation of yuv420sp2rgba (u = U - 128, v = V - 128) ----
 // R = clamp(Y + floor(1.13983 v)), B = clamp(Y + floor(2.03211 u)): the decimal product is an

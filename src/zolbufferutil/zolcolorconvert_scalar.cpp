@@ -73,6 +73,7 @@ void ScalarRgbaToYuvRow(const uint8_t* rgba, uint8_t* y, uint8_t* uv, int width)
     }
 }
 
-const RowKernels kScalarRowKernels = {"scalar", ScalarYuvToRgbaRow, ScalarRgbaToYuvRow};
+const RowKernels kScalarRowKernels = {"scalar", ScalarYuvToRgbaRow, ScalarYuvToRgbaRow,
+                                      ScalarRgbaToYuvRow};
 
 }  // namespace zol::colorconvert

@@ -20,6 +20,9 @@ struct Sse41 {
     static void Store(void* p, V v) { _mm_storeu_si128(static_cast<__m128i*>(p), v); }
     static V PermFwd(V v) { return v; }
     static V PermInv(V v) { return v; }
+    // p register-aligned.
+    static void StoreStream(void* p, V v) { _mm_stream_si128(static_cast<__m128i*>(p), v); }
+    static void StoreFence() { _mm_sfence(); }
     static V Zero() { return _mm_setzero_si128(); }
     static V Set16(int x) { return _mm_set1_epi16(static_cast<short>(x)); }
     static V Set32(int x) { return _mm_set1_epi32(x); }
@@ -39,11 +42,22 @@ struct Sse41 {
     static V MulHi16(V a, V b) { return _mm_mulhi_epi16(a, b); }
     static V MaddUbs(V a, V b) { return _mm_maddubs_epi16(a, b); }
     static V Madd16(V a, V b) { return _mm_madd_epi16(a, b); }
+    // acc + the pmaddwd of a and b.
+    static V MaddAdd16(V acc, V a, V b) { return Add32(acc, Madd16(a, b)); }
+    // The sum of each 4 bytes' products, the first two only (the others' multipliers are 0):
+    // pmaddubsw leaves it in the low word, with zero above.
+    static V DotBytes2(V a, V b) { return MaddUbs(a, b); }
+    // acc + the sum of each 4 bytes' products (unsigned a, signed b; pair sums within int16).
+    static V DotBytesAdd(V acc, V a, V b) { return Add32(acc, Madd16(MaddUbs(a, b), Set16(1))); }
+    static V Sub32(V a, V b) { return _mm_sub_epi32(a, b); }
     static V Add32(V a, V b) { return _mm_add_epi32(a, b); }
-    static V Mullo32(V a, V b) { return _mm_mullo_epi32(a, b); }
     template <int N>
     static V Slli32(V a) {
         return _mm_slli_epi32(a, N);
+    }
+    template <int N>
+    static V Slli16(V a) {
+        return _mm_slli_epi16(a, N);
     }
     template <int N>
     static V Srli16(V a) {
@@ -63,13 +77,11 @@ struct Sse41 {
         const V eq = _mm_or_si128(_mm_cmpeq_epi16(a, Set16(x)), _mm_cmpeq_epi16(a, Set16(y)));
         return !_mm_testz_si128(eq, eq);
     }
-    static bool AnyEq32(V a, V b) {
-        const V eq = _mm_cmpeq_epi32(a, b);
-        return !_mm_testz_si128(eq, eq);
-    }
+    static bool AnyEqF(F a, F b) { return _mm_movemask_ps(_mm_cmpeq_ps(a, b)) != 0; }
     // Whether a and b are equal in an element where n is not zero.
-    static bool AnyEqNonZero(V a, V b, V n) {
-        const V eq = _mm_andnot_si128(_mm_cmpeq_epi32(n, Zero()), _mm_cmpeq_epi32(a, b));
+    static bool AnyEqNonZeroF(F a, F b, V n) {
+        const V eq =
+            _mm_andnot_si128(_mm_cmpeq_epi32(n, Zero()), _mm_castps_si128(_mm_cmpeq_ps(a, b)));
         return !_mm_testz_si128(eq, eq);
     }
     // Elements 0 and 2 of a, then of b.
@@ -100,9 +112,13 @@ struct Sse41 {
 void Sse41YuvToRgbaRow(const uint8_t* y, const uint8_t* uv, uint8_t* rgba, int width) {
     X86Rows<Sse41>::YuvToRgbaRow(y, uv, rgba, width);
 }
+void Sse41YuvToRgbaRowStreaming(const uint8_t* y, const uint8_t* uv, uint8_t* rgba, int width) {
+    X86Rows<Sse41>::YuvToRgbaRowStreaming(y, uv, rgba, width);
+}
 void Sse41RgbaToYuvRow(const uint8_t* rgba, uint8_t* y, uint8_t* uv, int width) {
     X86Rows<Sse41>::RgbaToYuvRow(rgba, y, uv, width);
 }
-const RowKernels kSse41RowKernels = {"sse4.1", Sse41YuvToRgbaRow, Sse41RgbaToYuvRow};
+const RowKernels kSse41RowKernels = {"sse4.1", Sse41YuvToRgbaRow, Sse41YuvToRgbaRowStreaming,
+                                     Sse41RgbaToYuvRow};
 
 }  // namespace zol::colorconvert

@@ -2,6 +2,7 @@
 // colorconvert_reference.h, exhaustively over all pixel values and on whole random images.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstdint>
 #include <cstring>
@@ -216,6 +217,41 @@ TEST_P(ColorConvertKernels, RgbaToYuvMatchesReferenceOnRandomImages) {
         ASSERT_EQ(y, wantY) << s.width << "x" << s.height << " stride " << s.yStride;
         ASSERT_EQ(uv, wantUv) << s.width << "x" << s.height << " stride " << s.uvStride;
     }
+}
+
+// The streaming-store variant at every alignment of the output: same bytes, nothing written
+// outside the row.
+TEST_P(ColorConvertKernels, StreamingRowsMatchReferenceAtEveryAlignment) {
+    std::mt19937 rng(99);
+    const int widths[] = {1, 2, 3, 15, 16, 17, 31, 33, 63, 64, 65, 100, 127, 128, 129, 257};
+    for (int width : widths) {
+        Bytes y(width), uv(width + 1);
+        FillYuv(rng, &y, &uv);
+        Bytes want(4 * width);
+        ref::Yuv420spToRgba(y.data(), uv.data(), want.data(), width, 0, width, 1);
+        for (int offset = 0; offset < 64; ++offset) {
+            Bytes out(4 * width + 128, 0x5a);
+            GetParam()->yuvToRgbaStreaming(y.data(), uv.data(), out.data() + offset, width);
+            ASSERT_TRUE(std::equal(want.begin(), want.end(), out.begin() + offset))
+                << "width " << width << " offset " << offset;
+            ASSERT_EQ(std::count(out.begin(), out.end(), 0x5a) -
+                          std::count(want.begin(), want.end(), 0x5a),
+                      static_cast<long>(out.size() - want.size()));
+        }
+    }
+}
+
+// An output past the streaming threshold, rows at every alignment (row pitch 8200 bytes).
+TEST_P(ColorConvertKernels, LargeImageMatchesReference) {
+    const Shape s{2050, 2047, 2050, 2050};
+    ASSERT_GE(static_cast<size_t>(s.width) * s.height * 4, cc::kStreamingOutputBytes);
+    std::mt19937 rng(7);
+    Bytes y(LumaBytes(s)), uv(ZOLYuv420spChromaBytes(s.uvStride, s.height));
+    FillYuv(rng, &y, &uv);
+    Bytes out(static_cast<size_t>(s.width) * s.height * 4), want(out.size());
+    yuv420sp2rgba(y.data(), uv.data(), out.data(), s.yStride, s.uvStride, s.width, s.height);
+    ref::Yuv420spToRgba(y.data(), uv.data(), want.data(), s.yStride, s.uvStride, s.width, s.height);
+    EXPECT_TRUE(out == want);
 }
 
 INSTANTIATE_TEST_SUITE_P(AllSupported, ColorConvertKernels, testing::ValuesIn(KernelSets()),
