@@ -1,0 +1,78 @@
+#!/usr/bin/env bash
+# Cross-builds zoltools and its whole test suite for 64-bit Arm (aarch64-linux-gnu) and runs the
+# suite with ctest under qemu-user, every test case in a process of its own as on the host.
+# Installs what it needs first (Debian 12; root, or sudo).
+#
+#   .ci/arm64.sh [build-dir]     default: build/arm64
+#
+# ZOL_JOBS sets the build and test parallelism (default 2). Prints the step's wall time.
+set -euo pipefail
+src="$(cd "$(dirname "$0")/.." && pwd)"
+build="$(realpath -m "${1:-$src/build/arm64}")"
+jobs="${ZOL_JOBS:-2}"
+toolchain="$src/cmake/toolchains/aarch64-linux-gnu.cmake"
+export DEBIAN_FRONTEND=noninteractive
+
+start=$SECONDS
+trap 'echo "arm64: $((SECONDS - start)) s"' EXIT
+
+# Runs a command with its output kept back unless it fails.
+quiet() {
+    local log
+    log="$(mktemp)"
+    if ! "$@" >"$log" 2>&1; then
+        cat "$log"
+        rm -f "$log"
+        return 1
+    fi
+    rm -f "$log"
+}
+
+sudo=""
+if [ "$(id -u)" -ne 0 ]; then
+    sudo="sudo"
+fi
+
+# Packages: the cross compiler; qemu-user; the arm64 Android log library, with which come the
+# arm64 C and C++ runtimes the tests run against; GoogleTest's sources; the Android headers,
+# which are the same for every architecture.
+packages=(
+    cmake make g++-aarch64-linux-gnu qemu-user googletest
+    android-liblog-dev:arm64 android-libutils-dev android-libcutils-dev
+)
+if ! dpkg --print-foreign-architectures | grep -qx arm64; then
+    $sudo dpkg --add-architecture arm64
+fi
+missing=()
+for p in "${packages[@]}"; do
+    if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed"; then
+        missing+=("$p")
+    fi
+done
+if [ ${#missing[@]} -ne 0 ]; then
+    echo "Installing missing packages: ${missing[*]}"
+    quiet $sudo apt-get update -qq
+    quiet $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"
+fi
+
+# GoogleTest for arm64, built with the cross compiler from the sources Debian installs, into
+# the build tree. Rebuilt only when the googletest package changes.
+gtest="$build/_deps/googletest"
+gtest_version="$(dpkg-query -W -f='${Version}' googletest)"
+if [ "$(cat "$gtest/.version" 2>/dev/null)" != "$gtest_version" ]; then
+    echo "Building GoogleTest $gtest_version for arm64"
+    rm -rf "$gtest" "$gtest-build"
+    quiet cmake -S /usr/src/googletest -B "$gtest-build" --toolchain "$toolchain" \
+        -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_INSTALL_PREFIX="$gtest"
+    quiet cmake --build "$gtest-build" -j "$jobs"
+    quiet cmake --install "$gtest-build"
+    echo "$gtest_version" >"$gtest/.version"
+fi
+
+# The library, its tests and the example. Benchmarks and the tools (with their tests) are for
+# the build machine, not the device.
+cd "$src"
+quiet cmake --preset default -B "$build" --toolchain "$toolchain" -DZOL_WERROR=ON \
+    -DZOL_BUILD_BENCH=OFF -DZOL_BUILD_TOOLS=OFF -DGTest_DIR="$gtest/lib/cmake/GTest"
+cmake --build "$build" -j "$jobs"
+ctest --test-dir "$build" -j "$jobs" --output-on-failure
