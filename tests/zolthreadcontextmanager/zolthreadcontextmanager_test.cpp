@@ -24,12 +24,21 @@ bool Same(const ZOLThreadContext& a, const ZOLThreadContext& b) {
     return std::memcmp(&a, &b, sizeof(ZOLThreadContext)) == 0;
 }
 
+// The table is process-wide: every test starts from an empty one, however the tests are run.
+class ZOLThreadContextManagerTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        std::lock_guard<std::mutex> lock(M::m_threadIdToContextMapLock);
+        M::m_threadIdToContextMap.clear();
+    }
+};
+
 bool HasEntry(unsigned int threadId) {
     ZOLThreadContext ignored{};
     return M::GetContextByThreadId(threadId, ignored) == M::kDone;
 }
 
-TEST(ZOLThreadContextManager, MapStoresACopyAndNeverOverwrites) {
+TEST_F(ZOLThreadContextManagerTest, MapStoresACopyAndNeverOverwrites) {
     ZOLThreadContext first = MakeContext(0xA5);
     first.words[4] = UINT64_MAX;  // every byte is kept, whatever its value
     const ZOLThreadContext original = first;
@@ -46,7 +55,7 @@ TEST(ZOLThreadContextManager, MapStoresACopyAndNeverOverwrites) {
     EXPECT_TRUE(Same(original, out));
 }
 
-TEST(ZOLThreadContextManager, NullContextIsRefusedWhetherOrNotMapped) {
+TEST_F(ZOLThreadContextManagerTest, NullContextIsRefusedWhetherOrNotMapped) {
     EXPECT_EQ(4, M::MapContextToThreadId(200, nullptr));
     EXPECT_FALSE(HasEntry(200));
 
@@ -58,7 +67,7 @@ TEST(ZOLThreadContextManager, NullContextIsRefusedWhetherOrNotMapped) {
     EXPECT_TRUE(Same(ctx, out));
 }
 
-TEST(ZOLThreadContextManager, UnknownThreadGivesNoContext) {
+TEST_F(ZOLThreadContextManagerTest, UnknownThreadGivesNoContext) {
     ZOLThreadContext out = MakeContext(7);
     const ZOLThreadContext before = out;
     EXPECT_EQ(3, M::GetContextByThreadId(300, out));
@@ -69,7 +78,7 @@ TEST(ZOLThreadContextManager, UnknownThreadGivesNoContext) {
     EXPECT_TRUE(M::m_threadIdToContextMap.empty());
 }
 
-TEST(ZOLThreadContextManager, UnmapRemovesTheEntryOnce) {
+TEST_F(ZOLThreadContextManagerTest, UnmapRemovesTheEntryOnce) {
     ZOLThreadContext ctx = MakeContext(2);
     ASSERT_EQ(0, M::MapContextToThreadId(400, &ctx));
     ASSERT_EQ(0, M::MapContextToThreadId(401, &ctx));
@@ -82,7 +91,7 @@ TEST(ZOLThreadContextManager, UnmapRemovesTheEntryOnce) {
     EXPECT_EQ(0, M::MapContextToThreadId(400, &again));
 }
 
-TEST(ZOLThreadContextManager, TransitionMovesTheContext) {
+TEST_F(ZOLThreadContextManagerTest, TransitionMovesTheContext) {
     ZOLThreadContext ctx = MakeContext(4);
     ASSERT_EQ(0, M::MapContextToThreadId(500, &ctx));
     EXPECT_EQ(0, M::TransitionMapping(500, 501));
@@ -92,7 +101,7 @@ TEST(ZOLThreadContextManager, TransitionMovesTheContext) {
     EXPECT_TRUE(Same(ctx, out));
 }
 
-TEST(ZOLThreadContextManager, TransitionKeepsTheTargetsOwnContext) {
+TEST_F(ZOLThreadContextManagerTest, TransitionKeepsTheTargetsOwnContext) {
     ZOLThreadContext moving = MakeContext(5);
     ZOLThreadContext resident = MakeContext(6);
     ASSERT_EQ(0, M::MapContextToThreadId(600, &moving));
@@ -105,7 +114,7 @@ TEST(ZOLThreadContextManager, TransitionKeepsTheTargetsOwnContext) {
     EXPECT_EQ(1u, M::m_threadIdToContextMap.size());
 }
 
-TEST(ZOLThreadContextManager, TransitionToItselfKeepsTheContext) {
+TEST_F(ZOLThreadContextManagerTest, TransitionToItselfKeepsTheContext) {
     ZOLThreadContext ctx = MakeContext(8);
     ASSERT_EQ(0, M::MapContextToThreadId(700, &ctx));
     EXPECT_EQ(0, M::TransitionMapping(700, 700));
@@ -116,7 +125,7 @@ TEST(ZOLThreadContextManager, TransitionToItselfKeepsTheContext) {
 
 // Many threads racing to map the same identifier: exactly one wins, and its context is the one
 // kept. Each thread also works its own identifiers through every operation.
-TEST(ZOLThreadContextManager, ConcurrentCallersSeeOneConsistentTable) {
+TEST_F(ZOLThreadContextManagerTest, ConcurrentCallersSeeOneConsistentTable) {
     constexpr int kThreads = 8;
     constexpr unsigned int kShared = 900;
     std::atomic<int> winners{0};

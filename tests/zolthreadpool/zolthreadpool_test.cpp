@@ -133,7 +133,17 @@ bool Same(const ZOLThreadContext& a, const ZOLThreadContext& b) {
     return std::memcmp(&a, &b, sizeof(ZOLThreadContext)) == 0;
 }
 
-TEST(ZOLThreadPool, DeInitWithoutInitOnlyFlushes) {
+// Workers and submitters share the process-wide context table: every test starts from an empty
+// one, however the tests are run.
+class ZOLThreadPoolTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        std::lock_guard<std::mutex> lock(ZOLThreadContextManager::m_threadIdToContextMapLock);
+        ZOLThreadContextManager::m_threadIdToContextMap.clear();
+    }
+};
+
+TEST_F(ZOLThreadPoolTest, DeInitWithoutInitOnlyFlushes) {
     Probe probe;
     ZOLThreadPool pool;
     EXPECT_TRUE(pool.m_workers.empty());
@@ -148,7 +158,7 @@ TEST(ZOLThreadPool, DeInitWithoutInitOnlyFlushes) {
     pool.DeInit();  // and again, harmlessly
 }
 
-TEST(ZOLThreadPool, InitStartsEveryWorkerAndEachTaskRunsOnce) {
+TEST_F(ZOLThreadPoolTest, InitStartsEveryWorkerAndEachTaskRunsOnce) {
     Probe probe;
     ZOLThreadPool pool;
     EXPECT_TRUE(pool.Init(0));
@@ -180,7 +190,7 @@ TEST(ZOLThreadPool, InitStartsEveryWorkerAndEachTaskRunsOnce) {
 
 // With a default stack size no system can map, no thread can be created: Init reports it and
 // lists no worker; once threads can start again, the same pool initialises normally.
-TEST(ZOLThreadPool, InitReportsWorkersThatCouldNotStart) {
+TEST_F(ZOLThreadPoolTest, InitReportsWorkersThatCouldNotStart) {
     pthread_attr_t original;
     ASSERT_EQ(0, pthread_getattr_default_np(&original));
     pthread_attr_t huge;
@@ -206,7 +216,7 @@ TEST(ZOLThreadPool, InitReportsWorkersThatCouldNotStart) {
 
 // One worker takes records strictly in order, so a final marker task shows that everything
 // before it has been handled.
-TEST(ZOLThreadPool, WorkerDropsRecordsItMustNotRun) {
+TEST_F(ZOLThreadPoolTest, WorkerDropsRecordsItMustNotRun) {
     // A block the pool must not free: ASan reports any free() of it.
     static char unknownCmdArg[16];
 
@@ -237,7 +247,7 @@ TEST(ZOLThreadPool, WorkerDropsRecordsItMustNotRun) {
     pool.DeInit();
 }
 
-TEST(ZOLThreadPool, WorkerAdoptsTheSubmittersContextForOneTask) {
+TEST_F(ZOLThreadPoolTest, WorkerAdoptsTheSubmittersContextForOneTask) {
     Probe probe;
     ZOLThreadPool pool;
     ASSERT_TRUE(pool.Init(1));
@@ -261,7 +271,7 @@ TEST(ZOLThreadPool, WorkerAdoptsTheSubmittersContextForOneTask) {
     pool.DeInit();
 }
 
-TEST(ZOLThreadPool, SubmitterWithoutContextGivesAnAllZeroOne) {
+TEST_F(ZOLThreadPoolTest, SubmitterWithoutContextGivesAnAllZeroOne) {
     Probe probe;
     ZOLThreadPool pool;
     ASSERT_TRUE(pool.Init(1));
@@ -278,7 +288,7 @@ TEST(ZOLThreadPool, SubmitterWithoutContextGivesAnAllZeroOne) {
 
 // A worker that already has a context keeps it through the task, and loses it afterwards
 // like any adopted one.
-TEST(ZOLThreadPool, WorkersOwnContextIsKeptDuringTheTask) {
+TEST_F(ZOLThreadPoolTest, WorkersOwnContextIsKeptDuringTheTask) {
     Probe probe;
     ZOLThreadPool pool;
     ASSERT_TRUE(pool.Init(1));
@@ -298,7 +308,7 @@ TEST(ZOLThreadPool, WorkersOwnContextIsKeptDuringTheTask) {
     pool.DeInit();
 }
 
-TEST(ZOLThreadPool, ExitRecordEndsOneWorkerAndDeInitStillSendsOnePerWorker) {
+TEST_F(ZOLThreadPoolTest, ExitRecordEndsOneWorkerAndDeInitStillSendsOnePerWorker) {
     Probe probe;
     ZOLThreadPool pool;
     ASSERT_TRUE(pool.Init(3));
@@ -327,7 +337,7 @@ TEST(ZOLThreadPool, ExitRecordEndsOneWorkerAndDeInitStillSendsOnePerWorker) {
     EXPECT_EQ(ZOLThreadPool::kCmdExit, pool.m_taskList.front().cmd);
 }
 
-TEST(ZOLThreadPool, DeInitDropsPendingRecordsWithoutRunningThem) {
+TEST_F(ZOLThreadPoolTest, DeInitDropsPendingRecordsWithoutRunningThem) {
     Probe probe;
     ZOLThreadPool pool;
     ASSERT_TRUE(pool.Init(2));
@@ -367,7 +377,7 @@ TEST(ZOLThreadPool, DeInitDropsPendingRecordsWithoutRunningThem) {
     EXPECT_EQ(0u, PendingRecords(pool));
 }
 
-TEST(ZOLThreadPool, InitDropsRecordsQueuedBeforeIt) {
+TEST_F(ZOLThreadPoolTest, InitDropsRecordsQueuedBeforeIt) {
     static char notOwnedByThePool[4];  // Init must not free it, nor run its task
     Probe probe;
     ZOLThreadPool pool;
@@ -379,7 +389,7 @@ TEST(ZOLThreadPool, InitDropsRecordsQueuedBeforeIt) {
     EXPECT_EQ(1, probe.Calls()[0].index);
 }
 
-TEST(ZOLThreadPool, InitDeInitCyclesAndDestructorJoin) {
+TEST_F(ZOLThreadPoolTest, InitDeInitCyclesAndDestructorJoin) {
     Probe probe;
     int submitted = 0;
     {
@@ -406,7 +416,7 @@ TEST(ZOLThreadPool, InitDeInitCyclesAndDestructorJoin) {
 
 // Several submitters, each with its own context, share four workers: every task sees exactly
 // its submitter's context, and no worker entry survives.
-TEST(ZOLThreadPool, ConcurrentSubmittersEachLendTheirOwnContext) {
+TEST_F(ZOLThreadPoolTest, ConcurrentSubmittersEachLendTheirOwnContext) {
     constexpr int kSubmitters = 4;
     constexpr int kTasksEach = 250;
     Probe probe;
