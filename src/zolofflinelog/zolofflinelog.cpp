@@ -2,7 +2,6 @@
 // operations around the queue (waiting for it, counting what was dropped, the memory pool).
 #include "zolofflinelog.h"
 
-#include <unistd.h>
 
 #include <cstdarg>
 #include <cstdio>
@@ -114,10 +113,10 @@ void ZOLOfflineLog::PushLogToLogPool(const char* msg, ZOLOfflineLogLevel level, 
     }
     struct timespec now;
     clock_gettime(CLOCK_REALTIME, &now);
-    const pid_t tid = gettid();
+    const pid_t tid = zol::offlinelog::ThreadId();
     char stamp[zol::offlinelog::kStampSize];
-    const size_t stampLen = zol::offlinelog::FormatStamp(stamp, now, getpid(), tid,
-                                                         zol::offlinelog::LevelLetter(level));
+    const size_t stampLen = zol::offlinelog::FormatStamp(stamp, now, zol::offlinelog::ProcessId(),
+                                                         tid, zol::offlinelog::LevelLetter(level));
 
     char* block = static_cast<char*>(std::calloc(1, kLineBlockSize));
     if (block == nullptr) {

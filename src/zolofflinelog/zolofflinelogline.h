@@ -17,6 +17,11 @@ constexpr size_t kStampSize = 128;
 // The letter a line of this level carries: E W D I V for 1 to 5, "V" for anything else.
 const char* LevelLetter(int level);
 
+// The process id and the calling thread's kernel id (gettid), each read by its system call
+// once per thread and kept; a forked child reads them afresh.
+pid_t ProcessId();
+pid_t ThreadId();
+
 // localtime_r, remembering the last second broken down on this thread: lines logged within the
 // same second (nearly all of them) do not break the time down again. Same result as
 // localtime_r for as long as the process's time zone stays as it was first read.
