@@ -22,6 +22,11 @@ if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64|amd64)$")
     set_source_files_properties(${_zol_cc}_avx512.cpp TARGET_DIRECTORY zoltools_obj
         PROPERTIES COMPILE_OPTIONS
         "-mavx512f;-mavx512bw;-mavx512vnni;-Wno-uninitialized;-Wno-maybe-uninitialized")
+elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "^(aarch64|arm64|ARM64)$")
+    # NEON is part of every AArch64 CPU: no flags, no run-time choice.
+    target_sources(zoltools_obj PRIVATE
+        ${CMAKE_CURRENT_LIST_DIR}/zolcolorconvert_dispatch_arm64.cpp
+        ${CMAKE_CURRENT_LIST_DIR}/zolcolorconvert_neon.cpp)
 else()
     target_sources(zoltools_obj PRIVATE ${CMAKE_CURRENT_LIST_DIR}/zolcolorconvert_dispatch_generic.cpp)
 endif()

@@ -9,8 +9,8 @@
 //   every target   zolcolorconvert_scalar.cpp (portable integer formulation)
 //   x86-64         zolcolorconvert_{sse41,avx2,avx512}.cpp, chosen at run time by
 //                  zolcolorconvert_dispatch_x86.cpp
+//   arm64          zolcolorconvert_neon.cpp, always, by zolcolorconvert_dispatch_arm64.cpp
 //   other targets  zolcolorconvert_dispatch_generic.cpp (scalar only)
-// An arm64 NEON set slots in as zolcolorconvert_neon.cpp plus a dispatch file of its own.
 #pragma once
 
 #include <cstddef>
