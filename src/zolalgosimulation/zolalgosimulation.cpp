@@ -1,0 +1,236 @@
+// The per-invocation flow: save the inputs into a new folder, or replay a saved folder.
+#include "zolalgosimulation.h"
+
+#include <dirent.h>
+#include <sys/stat.h>
+#include <sys/time.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <memory>
+
+#include "platform/properties.h"
+#include "zolalgosimulation/zolalgosimulationinternal.h"
+#include "zolbufferutil.h"
+#include "zolbufferutil/zolplanegeometry.h"
+#include "zoltoolsdef.h"
+#include "zoltoolsdef/zolfatal.h"
+
+// Read once, while the library is loaded (after the log level, before the buffer pool).
+int32_t ZOLAlgoSimulationMode =
+    property_get_int32("persist.vendor.camera.capture.algosimulation.dump", 1);
+
+namespace {
+
+constexpr int32_t kModeSave = 1;
+constexpr int32_t kModeReplay = 2;
+constexpr unsigned kReplayableFrames = 3;  // the frame names "_0_", "_1_" and "_2_"
+
+struct DirCloser {
+    void operator()(DIR* dir) const { closedir(dir); }
+};
+using UniqueDir = std::unique_ptr<DIR, DirCloser>;
+
+bool IsOpenableDirectory(const char* path) {
+    return UniqueDir(opendir(path)) != nullptr;
+}
+
+// The frame index a replayed file name stands for ("_0_", "_1_", "_2_", first match), or -1.
+int FrameIndexOf(const char* name) {
+    static const char* const kTags[kReplayableFrames] = {"_0_", "_1_", "_2_"};
+    for (unsigned i = 0; i < kReplayableFrames; ++i) {
+        if (strstr(name, kTags[i]) != nullptr) {
+            return static_cast<int>(i);
+        }
+    }
+    return -1;
+}
+
+// The bytes, relative to a plane's address, that ZOLReadBuffer with `geometry` writes: the
+// eight cleared bytes and every row. Half-open [lo, hi).
+struct Span {
+    int64_t lo;
+    int64_t hi;
+};
+
+Span PlaneSpan(const zol::RawFileGeometry& geometry, int plane, uint32_t planeStride) {
+    Span span = {0, 8};
+    const int rows = geometry.rows[plane];
+    const int rowBytes = geometry.rowBytes[plane];
+    if (geometry.supported && rows >= 1 && rowBytes >= 1) {
+        const int64_t last = int64_t{rows - 1} * static_cast<int>(planeStride);
+        span.lo = std::min<int64_t>(span.lo, last);
+        span.hi = std::max<int64_t>(span.hi, last + rowBytes);
+    }
+    return span;
+}
+
+// True when reading a frame into `current` stays within what reading it with the geometry the
+// caller gave (`given`, taken before the request file could change it) would touch. The caller
+// allocated the planes for its own geometry; a request file from elsewhere (or garbage) must
+// not make the read reach past them.
+bool FrameReadFits(const ZOLImageBuffer& current, const ZOLImageBuffer& given) {
+    zol::RawFileGeometry now;
+    zol::RawFileGeometry allowed;
+    if (!zol::TryGetRawFileGeometry(current, zol::RawFileAccess::kRead, &now) ||
+        !zol::TryGetRawFileGeometry(given, zol::RawFileAccess::kRead, &allowed)) {
+        return false;
+    }
+    for (int plane = 0; plane < 2; ++plane) {
+        const Span want = PlaneSpan(now, plane, current.planeStride);
+        const Span have = PlaneSpan(allowed, plane, given.planeStride);
+        if (want.lo < have.lo || want.hi > have.hi) {
+            return false;
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
+ZOLAlgoSimulation::ZOLAlgoSimulation() : m_algoFolderNamesIndex(0) {}
+
+ZOLAlgoSimulation::~ZOLAlgoSimulation() = default;
+
+void ZOLAlgoSimulation::Initialize() {
+    m_algoFolderNamesIndex = 0;
+    char base[zol::algosim::kFolderPathBytes];
+    zol::algosim::BaseFolderPath(base);
+    if (!IsOpenableDirectory(base) && mkdir(base, 0700) != 0) {
+        ZOL_LOGD("[algorithm simulation]: make algosimulation directory fail.");
+    }
+}
+
+bool ZOLAlgoSimulation::OnAlgoSimulation(std::vector<ZOLImageBuffer>& buffers,
+                                         ZOLDatabaseBaseStruct* database,
+                                         unsigned int databaseSize) {
+    if (ZOLAlgoSimulationMode == kModeSave) {
+        return saveSimulationInfo(buffers, database, databaseSize);
+    }
+    if (ZOLAlgoSimulationMode == kModeReplay) {
+        return readSimulationInfo(buffers, database, databaseSize);
+    }
+    return true;
+}
+
+bool ZOLAlgoSimulation::saveSimulationInfo(std::vector<ZOLImageBuffer>& buffers,
+                                           ZOLDatabaseBaseStruct* database,
+                                           unsigned int databaseSize) {
+    // Two clock readings, not reconciled: the milliseconds may belong to the next second.
+    const time_t now = time(nullptr);
+    struct tm local = {};
+    localtime_r(&now, &local);
+    struct timeval tv = {};
+    gettimeofday(&tv, nullptr);
+
+    char folder[zol::algosim::kFolderPathBytes];
+    zol::algosim::SaveFolderPath(folder, local, tv.tv_usec);
+    // A folder of the same millisecond is reused; the parent is never created here.
+    if (!IsOpenableDirectory(folder) && mkdir(folder, 0700) != 0) {
+        ZOL_LOGD("[algorithm simulation]: make algosimulation directory fail.");
+        return false;
+    }
+
+    char path[zol::algosim::kFilePathBytes];
+    snprintf(path, sizeof(path), "%srequestInfo%s", folder, ".bin");
+    const bool result = writerRequestBuffer(buffers, path);
+
+    for (size_t i = 0; i < buffers.size(); ++i) {
+        const ZOLImageBuffer& element = buffers[i];
+        // Every buffer is dumped with the first buffer's stride, slice height and plane
+        // count: a request's buffers share the first one's layout.
+        ZOLImageBuffer frame = {};
+        frame.format = element.format;
+        frame.width = element.width;
+        frame.height = element.height;
+        frame.planeStride = buffers[0].planeStride;
+        frame.sliceHeight = buffers[0].sliceHeight;
+        frame.numberOfPlanes = buffers[0].numberOfPlanes;
+        frame.Addr[0] = element.Addr[0];
+        frame.Addr[1] = element.Addr[1];
+        for (int p = 0; p < 4; ++p) {
+            frame.fd[p] = element.fd[p];
+        }
+        zol::algosim::FrameFilePath(path, folder, element.width, element.height, i);
+        // Only the first plane's descriptor is synchronised, whatever the plane count.
+        if (frame.numberOfPlanes > 0) {
+            m_bufferManager.StartCPUSync(frame.fd[0], ZOL_CPU_SYNC_READ_WRITE);
+        }
+        ZOLBufferUtil::ZOLBufferDump(&frame, path);
+        if (frame.numberOfPlanes > 0) {
+            m_bufferManager.EndCPUSync(frame.fd[0]);
+        }
+    }
+
+    snprintf(path, sizeof(path), "%sdatabase%s", folder, ".bin");
+    dumpDatabase(database, databaseSize, path);
+    return result;
+}
+
+bool ZOLAlgoSimulation::readSimulationInfo(std::vector<ZOLImageBuffer>& buffers,
+                                           ZOLDatabaseBaseStruct* database,
+                                           unsigned int databaseSize) {
+    char base[zol::algosim::kFolderPathBytes];
+    zol::algosim::BaseFolderPath(base);
+    m_algoFolderNames.clear();
+    // Depth 0 with the stat relative to the working directory: from anywhere but the base
+    // folder itself this lists exactly the base folder's entries.
+    ZOLBufferUtil::traveDir(base, 0, m_algoFolderNames);
+    ZOL_LOGD(
+        "[algorithm simulation]: Algorithmtion path directory size=%d, "
+        "algoFolderNamesIndex=%d",
+        static_cast<int>(m_algoFolderNames.size()), static_cast<int>(m_algoFolderNamesIndex));
+
+    // An empty list, or an index the list no longer reaches, has no folder to replay.
+    if (m_algoFolderNamesIndex >= m_algoFolderNames.size()) {
+        ZOL_LOGD("[algorithm simulation]: Current directory don't exit!");
+        return false;
+    }
+    char folder[zol::algosim::kFilePathBytes];
+    snprintf(folder, sizeof(folder), "%s%s/", base,
+             m_algoFolderNames[m_algoFolderNamesIndex].c_str());
+    ZOL_LOGD("[algorithm simulation]: %s", folder);
+
+    std::vector<std::string> files;
+    {
+        UniqueDir dir(opendir(folder));
+        if (!dir) {
+            ZOL_LOGD("[algorithm simulation]: Current directory don't exit!");
+            return false;
+        }
+        while (const dirent* entry = readdir(dir.get())) {
+            if (entry->d_name[0] != '.') {
+                files.emplace_back(entry->d_name);
+            }
+        }
+    }
+
+    // The geometry the caller allocated for, before the request file overwrites it.
+    const std::vector<ZOLImageBuffer> given = buffers;
+    for (const std::string& file : files) {
+        const char* name = file.c_str();
+        char path[zol::algosim::kFilePathBytes];
+        snprintf(path, sizeof(path), "%s%s", folder, name);
+        ZOL_LOGD("[algorithm simulation]: read data directory: %s, file name: %s", path, name);
+
+        const int frame = FrameIndexOf(name);
+        if (strstr(name, "requestInfo") != nullptr) {
+            readRequestBuffer(buffers, path);
+        } else if (frame >= 0 && static_cast<size_t>(frame) < buffers.size() &&
+                   FrameReadFits(buffers[frame], given[frame])) {
+            ZOLBufferUtil::ZOLReadBuffer(&buffers[frame], path);
+        } else if (frame < 0 && strstr(name, "database") != nullptr) {
+            readDatabase(database, databaseSize, path);
+        } else {
+            // Unknown names, and frames the caller's vector or planes cannot take.
+            ZOL_LOGD("[algorithm simulation]: read data don't exit.");
+        }
+    }
+
+    const uint32_t count = static_cast<uint32_t>(m_algoFolderNames.size());
+    m_algoFolderNamesIndex = zol::CheckedAdd<uint32_t>(m_algoFolderNamesIndex, 1) % count;
+    return true;
+}

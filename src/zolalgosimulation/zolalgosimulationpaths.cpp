@@ -1,0 +1,36 @@
+#include "zolalgosimulation/zolalgosimulationinternal.h"
+
+#include <cstdio>
+#include <string>
+
+#include "platform/devicepath.h"
+
+namespace zol {
+namespace algosim {
+
+namespace {
+
+constexpr const char* kCameraFolder = "/data/vendor/camera";
+constexpr const char* kSimulationFolder = "algosimulation/";
+
+}  // namespace
+
+void BaseFolderPath(char (&out)[kFolderPathBytes]) {
+    snprintf(out, sizeof(out), "%s/%s", DevicePath(kCameraFolder).c_str(), kSimulationFolder);
+}
+
+void SaveFolderPath(char (&out)[kFolderPathBytes], const struct tm& local, long microseconds) {
+    const int milliseconds = static_cast<int>(microseconds / 1000.0);
+    snprintf(out, sizeof(out), "%s/%sSimulationIntputInfo_%02d%02d%02d%02d%02d%03d/",
+             DevicePath(kCameraFolder).c_str(), kSimulationFolder, local.tm_mon + 1, local.tm_mday,
+             local.tm_hour, local.tm_min, local.tm_sec, milliseconds);
+}
+
+void FrameFilePath(char (&out)[kFilePathBytes], const char* folder, uint32_t width, uint32_t height,
+                   size_t index) {
+    snprintf(out, sizeof(out), "%sinputFrameInfo_%dx%d_%d_.yuv", folder, static_cast<int>(width),
+             static_cast<int>(height), static_cast<int>(index));
+}
+
+}  // namespace algosim
+}  // namespace zol
