@@ -6,6 +6,7 @@
 #include <climits>
 #include <cstdint>
 #include <cstring>
+#include <ostream>
 #include <random>
 #include <string>
 #include <vector>
@@ -21,13 +22,25 @@ namespace {
 
 using Bytes = std::vector<unsigned char>;
 
-std::vector<const cc::RowKernels*> KernelSets() {
-    const cc::RowKernelList list = cc::SupportedRowKernels();
-    return std::vector<const cc::RowKernels*>(list.items, list.items + list.count);
+// The parameter is a kernel set's index in SupportedRowKernels(); its name names the test.
+struct KernelSet {
+    int index;
+    const cc::RowKernels* get() const { return cc::SupportedRowKernels().items[index]; }
+    friend std::ostream& operator<<(std::ostream& os, const KernelSet& set) {
+        return os << set.get()->name;
+    }
+};
+
+std::vector<KernelSet> KernelSets() {
+    std::vector<KernelSet> sets;
+    for (int i = 0; i < cc::SupportedRowKernels().count; ++i) {
+        sets.push_back({i});
+    }
+    return sets;
 }
 
-std::string KernelName(const testing::TestParamInfo<const cc::RowKernels*>& info) {
-    std::string name = info.param->name;
+std::string KernelName(const testing::TestParamInfo<KernelSet>& info) {
+    std::string name = info.param.get()->name;
     for (char& c : name) {
         if (!isalnum(static_cast<unsigned char>(c))) {
             c = '_';
@@ -37,10 +50,11 @@ std::string KernelName(const testing::TestParamInfo<const cc::RowKernels*>& info
 }
 
 // Runs each test once per kernel set, with that set forced on the public functions.
-class ColorConvertKernels : public testing::TestWithParam<const cc::RowKernels*> {
+class ColorConvertKernels : public testing::TestWithParam<KernelSet> {
 protected:
-    void SetUp() override { cc::OverrideRowKernelsForTest(GetParam()); }
+    void SetUp() override { cc::OverrideRowKernelsForTest(Kernels()); }
     void TearDown() override { cc::OverrideRowKernelsForTest(nullptr); }
+    const cc::RowKernels* Kernels() const { return GetParam().get(); }
 };
 
 // All 2^24 (Y, U, V): one 256-pixel row per chroma pair, Y running 0..255.
@@ -57,7 +71,7 @@ TEST_P(ColorConvertKernels, YuvToRgbaMatchesReferenceForEveryYuv) {
                 uv[2 * j] = static_cast<unsigned char>(v);
                 uv[2 * j + 1] = static_cast<unsigned char>(u);
             }
-            GetParam()->yuvToRgba(y.data(), uv.data(), out.data(), 256);
+            Kernels()->yuvToRgba(y.data(), uv.data(), out.data(), 256);
             for (int i = 0; i < 256; ++i) {
                 ref::YuvToRgbaPixel(i, u, v, &want[4 * i]);
             }
@@ -97,7 +111,7 @@ TEST_P(ColorConvertKernels, RgbaToYuvMatchesReferenceForEveryRgb) {
                     rgba[4 * k + 2] = static_cast<unsigned char>(k ^ flip);
                     rgba[4 * k + 3] = static_cast<unsigned char>(k * 37 + r);
                 }
-                GetParam()->rgbaToYuv(rgba.data(), y.data(), uv.data(), 256);
+                Kernels()->rgbaToYuv(rgba.data(), y.data(), uv.data(), 256);
                 for (int k = 0; k < 256; ++k) {
                     const int b = k ^ flip;
                     if (flip == 0 && y[k] != ref::Luma(r, g, b)) {
@@ -231,7 +245,7 @@ TEST_P(ColorConvertKernels, StreamingRowsMatchReferenceAtEveryAlignment) {
         ref::Yuv420spToRgba(y.data(), uv.data(), want.data(), width, 0, width, 1);
         for (int offset = 0; offset < 64; ++offset) {
             Bytes out(4 * width + 128, 0x5a);
-            GetParam()->yuvToRgbaStreaming(y.data(), uv.data(), out.data() + offset, width);
+            Kernels()->yuvToRgbaStreaming(y.data(), uv.data(), out.data() + offset, width);
             ASSERT_TRUE(std::equal(want.begin(), want.end(), out.begin() + offset))
                 << "width " << width << " offset " << offset;
             ASSERT_EQ(std::count(out.begin(), out.end(), 0x5a) -
