@@ -85,23 +85,38 @@ void ReportPercentiles(benchmark::State& state, std::vector<int64_t>& ns) {
     state.counters["max_ns"] = static_cast<double>(ns.back());
 }
 
-// Times each call of `one` on its own; between runs the queue is left to drain untimed.
+int64_t Ns(const struct timespec& a, const struct timespec& b) {
+    return (b.tv_sec - a.tv_sec) * 1000000000LL + (b.tv_nsec - a.tv_nsec);
+}
+
+// Times each call of `one` on its own; between runs the queue is left to drain untimed. Beside
+// the wall-clock latency, the calling thread's own CPU time per call ("cpu_" counters): the
+// difference is time the caller spent not running (preempted by the workers, or waiting).
 template <typename F, typename Drain>
 void Latency(benchmark::State& state, F one, Drain drain) {
-    std::vector<int64_t> ns;
-    ns.reserve(kLatencyLines * 4);
+    std::vector<int64_t> wall;
+    std::vector<int64_t> cpu;
+    wall.reserve(kLatencyLines * 4);
+    cpu.reserve(kLatencyLines * 4);
     for (auto _ : state) {
         for (int i = 0; i < kLatencyLines; ++i) {
-            const auto t0 = std::chrono::steady_clock::now();
+            struct timespec c0, w0, w1, c1;
+            clock_gettime(CLOCK_THREAD_CPUTIME_ID, &c0);
+            clock_gettime(CLOCK_MONOTONIC, &w0);
             one(i);
-            const auto t1 = std::chrono::steady_clock::now();
-            ns.push_back(std::chrono::duration_cast<std::chrono::nanoseconds>(t1 - t0).count());
+            clock_gettime(CLOCK_MONOTONIC, &w1);
+            clock_gettime(CLOCK_THREAD_CPUTIME_ID, &c1);
+            wall.push_back(Ns(w0, w1));
+            cpu.push_back(Ns(c0, c1));
         }
         state.PauseTiming();
         drain();
         state.ResumeTiming();
     }
-    ReportPercentiles(state, ns);
+    ReportPercentiles(state, wall);
+    std::sort(cpu.begin(), cpu.end());
+    state.counters["cpu_p50_ns"] = static_cast<double>(cpu[cpu.size() / 2]);
+    state.counters["cpu_p99_ns"] = static_cast<double>(cpu[cpu.size() * 99 / 100]);
     state.SetItemsProcessed(state.iterations() * kLatencyLines);
 }
 
