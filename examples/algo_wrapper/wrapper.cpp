@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstring>
 #include <memory>
+#include <thread>
 
 #include "scene.h"
 #include "zolbufferutil.h"
@@ -34,6 +35,12 @@ private:
     ZOLBufferManager& m_manager;
     const ZOLImageBuffer m_image;  // a copy: the caller's record may be rewritten meanwhile
 };
+
+int64_t WallClockMs() {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(
+               std::chrono::system_clock::now().time_since_epoch())
+        .count();
+}
 
 double MillisecondsSince(std::chrono::steady_clock::time_point start) {
     return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start)
@@ -114,6 +121,9 @@ bool AlgoWrapper::Invoke(uint32_t frame, bool replay, Invocation& result, std::s
     // The simulation takes the request's input buffers and the database block. Saving syncs
     // the buffers itself; a replay writes into them, so the wrapper brackets it.
     std::vector<ZOLImageBuffer> inputs = {m_input};
+    if (!replay) {
+        WaitForNextSaveMillisecond();
+    }
     start = std::chrono::steady_clock::now();
     {
         std::unique_ptr<CpuAccess> access;
@@ -124,6 +134,7 @@ bool AlgoWrapper::Invoke(uint32_t frame, bool replay, Invocation& result, std::s
             inputs, reinterpret_cast<ZOLDatabaseBaseStruct*>(&db), sizeof(db));
     }
     result.simulationMs = MillisecondsSince(start);
+    m_lastSaveMs = WallClockMs();
     if (!result.simulationOk) {
         error = replay ? "no saved folder to replay" : "the inputs could not be saved";
         return false;
@@ -151,6 +162,12 @@ bool AlgoWrapper::Invoke(uint32_t frame, bool replay, Invocation& result, std::s
              __LINE__, "Invoke", db.frameIndex, replay ? "replayed" : "live",
              static_cast<double>(db.gamma), static_cast<double>(db.contrast), result.algorithmMs);
     return true;
+}
+
+void AlgoWrapper::WaitForNextSaveMillisecond() const {
+    while (WallClockMs() == m_lastSaveMs) {
+        std::this_thread::sleep_for(std::chrono::microseconds(200));
+    }
 }
 
 bool AlgoWrapper::DumpOutput(const std::string& path) {

@@ -55,12 +55,16 @@ public:
 
 private:
     bool AllocImage(ZOLImageBuffer& image, std::string& error);
+    // A save folder is named after the wall-clock millisecond, and two saves within one share
+    // it (the second overwrites the first): saves are kept at least a millisecond apart.
+    void WaitForNextSaveMillisecond() const;
 
     ZOLBufferManager m_buffers;
     ZOLAlgoSimulation m_simulation;
     ZOLImageBuffer m_input{};
     ZOLImageBuffer m_output{};
     uint8_t* m_rgba = nullptr;  // heap block of the manager
+    int64_t m_lastSaveMs = -1;  // wall-clock millisecond of the last save
 };
 
 }  // namespace example

@@ -7,6 +7,7 @@
 #include "pngio.h"
 #include "rawimage.h"
 #include "toolstest.h"
+#include "zolbufferutil.h"
 
 namespace {
 
@@ -50,6 +51,22 @@ TEST(RawFrame, SizesFromTextAndFileNames) {
     EXPECT_TRUE(zoltool::SizeFromFileName("out_03_1920x1080.nv21", w, h));
     EXPECT_EQ(1920u, w);
     EXPECT_FALSE(zoltool::SizeFromFileName("/data/640x480/frame.nv21", w, h));
+}
+
+TEST(RawFrame, ChromaPlaneHoldsWhatTheConversionReads) {
+    std::string error;
+    for (uint32_t w : {1u, 2u, 3u, 8u, 641u}) {
+        for (uint32_t h : {1u, 2u, 3u, 4u, 481u}) {
+            std::vector<uint8_t> raw(zoltool::RawFrameBytes(0, w, h), 16);
+            zoltool::Nv21Image image;
+            ASSERT_TRUE(zoltool::Nv21FromRaw(raw, w, h, "raw", image, error)) << error;
+            EXPECT_GE(image.stride, 2 * ((w + 1) / 2));
+            EXPECT_GE(image.uv.size(), ZOLYuv420spChromaBytes(static_cast<int>(image.stride),
+                                                              static_cast<int>(h)))
+                << w << "x" << h;
+            EXPECT_EQ(raw, zoltool::Nv21ToRaw(image)) << w << "x" << h;
+        }
+    }
 }
 
 TEST(Convert, Nv21ToPngMatchesTheGoldenPixels) {

@@ -65,8 +65,11 @@ int RunLog(const LogOptions& options, const Streams& io) {
     }
     std::vector<LogLine> lines;
     std::vector<DamagedLine> damaged;
+    LogFilePosition newest;
     for (const std::string& file : files) {
-        if (!ReadLogFile(file, lines, damaged, error)) {
+        const bool last = &file == &files.back();
+        if (!ReadLogFile(file, lines, damaged, error,
+                         options.follow && last ? &newest : nullptr)) {
             std::fprintf(io.err, "zoltools log: %s\n", error.c_str());
             return kExitBadInput;
         }
@@ -80,7 +83,7 @@ int RunLog(const LogOptions& options, const Streams& io) {
     size_t damagedCount = damaged.size();
 
     if (options.follow) {
-        LogFollower follower(options.path, files);
+        LogFollower follower(options.path, files.back(), newest);
         while (options.stop == nullptr || !options.stop->load()) {
             std::this_thread::sleep_for(std::chrono::milliseconds(options.pollMilliseconds));
             std::vector<LogLine> more;

@@ -189,7 +189,8 @@ bool FindLogFiles(const std::string& path, std::vector<std::string>& files, std:
 }
 
 bool ReadLogFile(const std::string& path, std::vector<LogLine>& lines,
-                 std::vector<DamagedLine>& damaged, std::string& error) {
+                 std::vector<DamagedLine>& damaged, std::string& error,
+                 LogFilePosition* position) {
     std::vector<uint8_t> bytes;
     if (!ReadWholeFile(path, bytes, error)) {
         return false;
@@ -202,38 +203,26 @@ bool ReadLogFile(const std::string& path, std::vector<LogLine>& lines,
         const uint8_t* nl = static_cast<const uint8_t*>(
             std::memchr(bytes.data() + start, '\n', bytes.size() - start));
         size_t end = nl != nullptr ? static_cast<size_t>(nl - bytes.data()) : bytes.size();
+        if (nl == nullptr && position != nullptr) {
+            break;  // unfinished: the follower reads it once its newline is there
+        }
         ++lineNumber;
         std::string text(reinterpret_cast<const char*>(bytes.data()) + start, end - start);
         Consume(text, path, lineNumber, year, month, lines, damaged);
         start = end + 1;
     }
+    if (position != nullptr) {
+        position->offset = std::min<uint64_t>(start, bytes.size());
+        position->lineNumber = lineNumber;
+    }
     return true;
 }
 
-LogFollower::LogFollower(std::string folder, const std::vector<std::string>& files)
-    : m_folder(std::move(folder)) {
-    if (!files.empty()) {
-        m_current = files.back();
-        int64_t size = FileSize(m_current);
-        m_offset = size > 0 ? static_cast<uint64_t>(size) : 0;
-        // Line numbers continue from what is already there, so that messages point at the
-        // right line.
-        std::vector<uint8_t> bytes;
-        std::string ignored;
-        if (ReadWholeFile(m_current, bytes, ignored)) {
-            m_offset = bytes.size();
-            m_lineNumber = static_cast<size_t>(std::count(bytes.begin(), bytes.end(), '\n'));
-            size_t lastNl = 0;
-            for (size_t i = bytes.size(); i > 0; --i) {
-                if (bytes[i - 1] == '\n') {
-                    lastNl = i;
-                    break;
-                }
-            }
-            m_partial.assign(bytes.begin() + static_cast<long>(lastNl), bytes.end());
-        }
-    }
-}
+LogFollower::LogFollower(std::string folder, std::string file, LogFilePosition position)
+    : m_folder(std::move(folder)),
+      m_current(std::move(file)),
+      m_offset(position.offset),
+      m_lineNumber(position.lineNumber) {}
 
 void LogFollower::ReadFrom(const std::string& path, std::vector<LogLine>& lines,
                            std::vector<DamagedLine>& damaged) {

@@ -68,19 +68,27 @@ struct DamagedLine {
 // when there is nothing to read.
 bool FindLogFiles(const std::string& path, std::vector<std::string>& files, std::string& error);
 
+// Where reading a file stopped, for a LogFollower to go on from.
+struct LogFilePosition {
+    uint64_t offset = 0;     // bytes consumed: up to and including the last newline
+    size_t lineNumber = 0;   // lines consumed
+};
+
 // Reads the lines of one file; lines that do not parse go to `damaged`. A file that ends
-// without a newline still gives its last line.
+// without a newline still gives its last line, unless `position` is given: then that line is
+// left for a follower (it may still be being written) and `position` says where it starts.
 bool ReadLogFile(const std::string& path, std::vector<LogLine>& lines,
-                 std::vector<DamagedLine>& damaged, std::string& error);
+                 std::vector<DamagedLine>& damaged, std::string& error,
+                 LogFilePosition* position = nullptr);
 
 // Follows the newest log file of a folder as it grows, moving on to a newer file when one
 // appears (the writer starts a new file when the current one is full). Each Poll returns the
 // complete lines added since the previous one; a line still being written is held back.
 class LogFollower {
 public:
-    // `folder` is the log folder; `files` what FindLogFiles found there. Reading starts at the
-    // end of the newest file.
-    LogFollower(std::string folder, const std::vector<std::string>& files);
+    // `folder` is what FindLogFiles was given; reading goes on in `file` (the newest file it
+    // found) from `position`, where ReadLogFile stopped.
+    LogFollower(std::string folder, std::string file, LogFilePosition position);
 
     // New complete lines (already parsed or reported as damaged). False with `error` when the
     // folder can no longer be read.

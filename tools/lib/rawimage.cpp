@@ -1,5 +1,6 @@
 #include "rawimage.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
@@ -115,7 +116,12 @@ Nv21Image EmptyNv21(uint32_t width, uint32_t height) {
     image.height = height;
     image.stride = width + (width & 1);
     image.y.assign(static_cast<size_t>(image.stride) * height, 0);
-    image.uv.assign(static_cast<size_t>(image.stride) * (height / 2 + 1), 128);
+    // A whole extra chroma row: at least what the conversion reads (ZOLYuv420spChromaBytes),
+    // and room for Nv21FromRaw to repeat the last row.
+    const size_t chroma = static_cast<size_t>(image.stride) * (height / 2 + 1);
+    image.uv.assign(std::max(chroma, ZOLYuv420spChromaBytes(static_cast<int>(image.stride),
+                                                            static_cast<int>(height))),
+                    128);
     return image;
 }
 

@@ -35,7 +35,7 @@ bool SizeFromFileName(const std::string& path, uint32_t& width, uint32_t& height
 // (the width rounded up to even, so the last chroma pair of an odd width is addressable), and
 // the chroma plane has height/2 + 1 rows. The converters address chroma row r at
 // (r * stride) / 2, so the last odd row of an image reads up to half a chroma row past
-// height/2 rows; the extra row keeps that read inside the buffer.
+// height/2 rows (ZOLYuv420spChromaBytes); the extra row keeps that read inside the buffer.
 struct Nv21Image {
     uint32_t width = 0;
     uint32_t height = 0;
