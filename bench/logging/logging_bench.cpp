@@ -15,6 +15,7 @@
 
 #include <fcntl.h>
 #include <ftw.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -98,6 +99,8 @@ void Latency(benchmark::State& state, F one, Drain drain) {
     std::vector<int64_t> cpu;
     wall.reserve(kLatencyLines * 4);
     cpu.reserve(kLatencyLines * 4);
+    struct rusage r0;
+    getrusage(RUSAGE_THREAD, &r0);
     for (auto _ : state) {
         for (int i = 0; i < kLatencyLines; ++i) {
             struct timespec c0, w0, w1, c1;
@@ -113,6 +116,11 @@ void Latency(benchmark::State& state, F one, Drain drain) {
         drain();
         state.ResumeTiming();
     }
+    struct rusage r1;
+    getrusage(RUSAGE_THREAD, &r1);
+    // Minor page faults the caller took per line (fresh heap touched for the first time).
+    state.counters["faults_per_line"] = static_cast<double>(r1.ru_minflt - r0.ru_minflt) /
+                                        static_cast<double>(state.iterations() * kLatencyLines);
     ReportPercentiles(state, wall);
     std::sort(cpu.begin(), cpu.end());
     state.counters["cpu_p50_ns"] = static_cast<double>(cpu[cpu.size() / 2]);
