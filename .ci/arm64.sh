@@ -15,6 +15,9 @@ export DEBIAN_FRONTEND=noninteractive
 
 start=$SECONDS
 trap 'echo "arm64: $((SECONDS - start)) s"' EXIT
+phase() {
+    echo "--- arm64: $* ($((SECONDS - start)) s elapsed)"
+}
 
 # Runs a command with its output kept back unless it fails.
 quiet() {
@@ -50,7 +53,7 @@ for p in "${packages[@]}"; do
     fi
 done
 if [ ${#missing[@]} -ne 0 ]; then
-    echo "Installing missing packages: ${missing[*]}"
+    phase "installing ${missing[*]}"
     quiet $sudo apt-get update -qq
     quiet $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"
 fi
@@ -60,7 +63,7 @@ fi
 gtest="$build/_deps/googletest"
 gtest_version="$(dpkg-query -W -f='${Version}' googletest)"
 if [ "$(cat "$gtest/.version" 2>/dev/null)" != "$gtest_version" ]; then
-    echo "Building GoogleTest $gtest_version for arm64"
+    phase "GoogleTest $gtest_version for arm64"
     rm -rf "$gtest" "$gtest-build"
     quiet cmake -S /usr/src/googletest -B "$gtest-build" --toolchain "$toolchain" \
         -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_INSTALL_PREFIX="$gtest"
@@ -72,7 +75,9 @@ fi
 # The library, its tests and the example. Benchmarks and the tools (with their tests) are for
 # the build machine, not the device.
 cd "$src"
+phase "configure and build"
 quiet cmake --preset default -B "$build" --toolchain "$toolchain" -DZOL_WERROR=ON \
     -DZOL_BUILD_BENCH=OFF -DZOL_BUILD_TOOLS=OFF -DGTest_DIR="$gtest/lib/cmake/GTest"
 cmake --build "$build" -j "$jobs"
+phase "tests under qemu"
 ctest --test-dir "$build" -j "$jobs" --output-on-failure
