@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "zolofflinelog.h"
 #include "zoltoolsdef.h"
 #include "zoltoolsdef/zolfatal.h"
 
@@ -13,6 +14,10 @@ ZOLSignalTask* ZOLSignalTask::instance() {
 }
 
 ZOLSignalTask::ZOLSignalTask() {
+    // The loop logs until the destructor has joined it, and every line also goes to the offline
+    // log. Constructing that singleton first makes it outlive this one (exit destroys them in
+    // reverse order), so the loop never writes into an offline log being torn down.
+    ZOLOfflineLog::GetInstance();
     // Started last, once every member is ready for the loop.
     m_threads.emplace_back(&ZOLSignalTask::loop, this);
 }

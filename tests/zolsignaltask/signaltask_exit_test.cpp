@@ -94,4 +94,16 @@ TEST(SignalTaskExitTest, ExitServesNoPendingSignal) {
     }
 }
 
+// The loop's lines also go to the offline log, whose workers write them to files while the
+// process exits: the offline log must outlive the loop.
+TEST(SignalTaskExitTest, ExitWithTheOfflineLogOnNeverHangs) {
+    zoltest::DeviceRoot root;
+    root.MakeDir("/data/vendor/camera/offlinelog");
+    setenv("persist.vendor.camera.zoltools.offlinelog", "1", 1);  // for the helper processes
+    for (int attempt = 0; attempt < kAttempts; ++attempt) {
+        ExpectCleanExit(RunHelper(attempt % 2 == 0 ? "busy" : "pending"), attempt);
+    }
+    EXPECT_FALSE(zoltest::ListDir(root.Resolve("/data/vendor/camera/offlinelog")).empty());
+}
+
 }  // namespace
