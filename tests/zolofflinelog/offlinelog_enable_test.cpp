@@ -1,6 +1,7 @@
 // The settings file's say on the offline log (ReadEnableFromOverrideSettingsFile), and the
 // decision of a log built with the property unset.
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <string>
 
@@ -70,6 +71,30 @@ TEST(OfflineLogSettingsFile, CarriageReturnLineEndsNeverQualify) {
     EXPECT_FALSE(EnabledBy("ZOLOfflineLog=TRUE\r\nZOLOfflineLog=true\r\n"));
     EXPECT_TRUE(EnabledBy("ZOLOfflineLog=true\nZOLOfflineLog=false\r\n"))
         << "the carriage-return line is skipped, the earlier one stands";
+}
+
+// The decision is made on whichever thread logs first, which may have a small stack: a long line
+// in the settings file must not cost stack in proportion to its length.
+TEST(OfflineLogSettingsFile, LongLineIsDecidedOnASmallStack) {
+    zoltest::DeviceRoot root;
+    root.WriteFile(kSettings, "ZOLOfflineLog" + std::string(200000, 'x') + "=true\n" +
+                                  "ZOLOfflineLog=" + std::string(200000, 'y') + "\n");
+    pthread_attr_t attr;
+    pthread_attr_init(&attr);
+    pthread_attr_setstacksize(&attr, 256 * 1024);
+    bool enabled = false;
+    pthread_t thread;
+    ASSERT_EQ(0, pthread_create(
+                     &thread, &attr,
+                     [](void* out) -> void* {
+                         *static_cast<bool*>(out) =
+                             ZOLOfflineLog::ReadEnableFromOverrideSettingsFile();
+                         return nullptr;
+                     },
+                     &enabled));
+    pthread_join(thread, nullptr);
+    pthread_attr_destroy(&attr);
+    EXPECT_TRUE(enabled);
 }
 
 TEST(OfflineLogSettingsFile, LogBuiltWithPropertyUnsetAndNoFileIsOff) {
