@@ -44,6 +44,7 @@ struct Avx2 {
     static V And(V a, V b) { return _mm256_and_si256(a, b); }
     static V Add16(V a, V b) { return _mm256_add_epi16(a, b); }
     static V Sub16(V a, V b) { return _mm256_sub_epi16(a, b); }
+    static V Mullo16(V a, V b) { return _mm256_mullo_epi16(a, b); }
     static V MulHi16(V a, V b) { return _mm256_mulhi_epi16(a, b); }
     static V MaddUbs(V a, V b) { return _mm256_maddubs_epi16(a, b); }
     static V Madd16(V a, V b) { return _mm256_madd_epi16(a, b); }

@@ -45,6 +45,7 @@ struct Avx512 {
     static V And(V a, V b) { return _mm512_and_si512(a, b); }
     static V Add16(V a, V b) { return _mm512_add_epi16(a, b); }
     static V Sub16(V a, V b) { return _mm512_sub_epi16(a, b); }
+    static V Mullo16(V a, V b) { return _mm512_mullo_epi16(a, b); }
     static V MulHi16(V a, V b) { return _mm512_mulhi_epi16(a, b); }
     static V MaddUbs(V a, V b) { return _mm512_maddubs_epi16(a, b); }
     static V Madd16(V a, V b) { return _mm512_madd_epi16(a, b); }
@@ -77,7 +78,8 @@ struct Avx512 {
     static V PackUS16(V a, V b) { return _mm512_packus_epi16(a, b); }
     static V PackS32(V a, V b) { return _mm512_packs_epi32(a, b); }
     static bool AnyEq16(V a, int x, int y) {
-        return (_mm512_cmpeq_epi16_mask(a, Set16(x)) | _mm512_cmpeq_epi16_mask(a, Set16(y))) != 0;
+        return !_kortestz_mask32_u8(_mm512_cmpeq_epi16_mask(a, Set16(x)),
+                                    _mm512_cmpeq_epi16_mask(a, Set16(y)));
     }
     static bool AnyEqF(F a, F b) { return _mm512_cmp_ps_mask(a, b, _CMP_EQ_OQ) != 0; }
     static bool AnyEqNonZeroF(F a, F b, V n) {

@@ -39,6 +39,7 @@ struct Sse41 {
     static V And(V a, V b) { return _mm_and_si128(a, b); }
     static V Add16(V a, V b) { return _mm_add_epi16(a, b); }
     static V Sub16(V a, V b) { return _mm_sub_epi16(a, b); }
+    static V Mullo16(V a, V b) { return _mm_mullo_epi16(a, b); }
     static V MulHi16(V a, V b) { return _mm_mulhi_epi16(a, b); }
     static V MaddUbs(V a, V b) { return _mm_maddubs_epi16(a, b); }
     static V Madd16(V a, V b) { return _mm_madd_epi16(a, b); }

@@ -53,10 +53,8 @@ struct X86Rows {
         const V dupHighWord = S::Pattern(2, 3, 2, 3, 6, 7, 6, 7, 10, 11, 10, 11, 14, 15, 14, 15);
 
         const V vu = S::Sub16(vu16, S::Set16(128));
-        // [floor(1.13983 v), floor(2.03211 u)] per pair: x + floor(x * frac / 2^16), plus u once
-        // more for blue.
-        const V rb =
-            S::Add16(S::Add16(S::MulHi16(vu, rbFrac), vu), S::And(vu, S::Set32(Pair16(0, 0xFFFF))));
+        // [floor(1.13983 v), floor(2.03211 u)] per pair: [1, 2] * x + floor(x * frac / 2^16).
+        const V rb = S::Add16(S::Mullo16(vu, S::Set32(Pair16(1, 2))), S::MulHi16(vu, rbFrac));
         *r = S::Add16(y16, S::Shuffle8(rb, dupLowWord));
         *b = S::Add16(y16, S::Shuffle8(rb, dupHighWord));
         const V t =
