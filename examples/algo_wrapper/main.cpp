@@ -294,8 +294,9 @@ int main(int argc, char** argv) {
         std::printf("%s%s", &name == &newLogs.front() ? "\n                     " : ", ",
                     name.c_str());
     }
-    std::printf("\n  PNGs             zoltools inspect --png %s/png %s\n", sandbox.root().c_str(),
-                sandbox.root().c_str());
-    std::printf("                   zoltools log %s\n", sandbox.root().c_str());
+    const char* root = sandbox.root().c_str();
+    std::printf("\n  PNGs             %s/png/, made by: zoltools inspect --png %s/png %s\n", root,
+                root, root);
+    std::printf("  merged log       zoltools log %s\n", root);
     return replayStatus;
 }
