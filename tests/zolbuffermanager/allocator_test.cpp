@@ -44,6 +44,19 @@ TEST(BufferAllocator, DmaBufferIsASharedMappingReleasedByDealloc) {
     EXPECT_EQ(mapsBefore, buftest::CountMappingsForLeakCheck());
 }
 
+// Only a null mapping is a failure: mmap's failure address comes back as a buffer.
+TEST(BufferAllocator, MmapFailureAddressIsHandedBackAsABuffer) {
+    const int fdsBefore = zoltest::CountOpenFds();
+    ZOLBufferAllocator allocator;
+    char* buffer = nullptr;
+    int fd = -1;
+    EXPECT_EQ(0, allocator.AllocDMABuffer(0, &buffer, fd));  // mmap refuses a length of 0
+    EXPECT_EQ(MAP_FAILED, static_cast<void*>(buffer));
+    EXPECT_GE(fd, 0);
+    EXPECT_EQ(0, allocator.DeallocDMABuffer(0, buffer, fd));  // munmap refuses it quietly
+    EXPECT_EQ(fdsBefore, zoltest::CountOpenFds());
+}
+
 TEST(BufferAllocator, DeallocWithoutBufferOrDescriptorDoesNothing) {
     ZOLBufferAllocator allocator;
     int fd = -1;
