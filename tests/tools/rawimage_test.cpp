@@ -61,8 +61,8 @@ TEST(RawFrame, ChromaPlaneHoldsWhatTheConversionReads) {
             zoltool::Nv21Image image;
             ASSERT_TRUE(zoltool::Nv21FromRaw(raw, w, h, "raw", image, error)) << error;
             EXPECT_GE(image.stride, 2 * ((w + 1) / 2));
-            EXPECT_GE(image.uv.size(), ZOLYuv420spChromaBytes(static_cast<int>(image.stride),
-                                                              static_cast<int>(h)))
+            EXPECT_GE(image.uv.size(),
+                      ZOLYuv420spChromaBytes(static_cast<int>(image.stride), static_cast<int>(h)))
                 << w << "x" << h;
             EXPECT_EQ(raw, zoltool::Nv21ToRaw(image)) << w << "x" << h;
         }

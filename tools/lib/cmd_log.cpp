@@ -68,8 +68,7 @@ int RunLog(const LogOptions& options, const Streams& io) {
     LogFilePosition newest;
     for (const std::string& file : files) {
         const bool last = &file == &files.back();
-        if (!ReadLogFile(file, lines, damaged, error,
-                         options.follow && last ? &newest : nullptr)) {
+        if (!ReadLogFile(file, lines, damaged, error, options.follow && last ? &newest : nullptr)) {
             std::fprintf(io.err, "zoltools log: %s\n", error.c_str());
             return kExitBadInput;
         }

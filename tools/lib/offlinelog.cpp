@@ -189,8 +189,7 @@ bool FindLogFiles(const std::string& path, std::vector<std::string>& files, std:
 }
 
 bool ReadLogFile(const std::string& path, std::vector<LogLine>& lines,
-                 std::vector<DamagedLine>& damaged, std::string& error,
-                 LogFilePosition* position) {
+                 std::vector<DamagedLine>& damaged, std::string& error, LogFilePosition* position) {
     std::vector<uint8_t> bytes;
     if (!ReadWholeFile(path, bytes, error)) {
         return false;

@@ -70,8 +70,8 @@ bool FindLogFiles(const std::string& path, std::vector<std::string>& files, std:
 
 // Where reading a file stopped, for a LogFollower to go on from.
 struct LogFilePosition {
-    uint64_t offset = 0;     // bytes consumed: up to and including the last newline
-    size_t lineNumber = 0;   // lines consumed
+    uint64_t offset = 0;    // bytes consumed: up to and including the last newline
+    size_t lineNumber = 0;  // lines consumed
 };
 
 // Reads the lines of one file; lines that do not parse go to `damaged`. A file that ends
