@@ -2,7 +2,6 @@
 // operations around the queue (waiting for it, counting what was dropped, the memory pool).
 #include "zolofflinelog.h"
 
-
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -36,23 +35,31 @@ bool DecideEnable() {
     return property >= 1;
 }
 
-void Enter(ZOLOfflineLogLevel level, bool capture, const char* fmt, va_list args) {
+}  // namespace
+
+// Built on first use, after the library's static initialisers have run (none of them logs), so
+// it is destroyed before them at exit: in particular before the thread-context map that its
+// workers use, which must outlive the workers' last task.
+ZOLOfflineLog* ZOLOfflineLog::GetInstance() {
+    static ZOLOfflineLog instance;
+    return &instance;
+}
+
+void ZOLOfflineLog::Enter(ZOLOfflineLogLevel level, bool capture, const char* fmt, va_list args) {
     if (Destroyed()) {
         return;
     }
-    ZOLOfflineLog* log = ZOLOfflineLog::GetInstance();
+    ZOLOfflineLog* log = GetInstance();
+    // A closed gate skips the formatting as well: the debug log calls in here for every message
+    // it writes, and the offline log is off on most devices.
+    if (!(capture ? log->m_captureEnable : log->m_enable)) {
+        return;
+    }
     // vsnprintf always terminates; the buffer needs no zeroing first. A message is cut to
     // 2,047 characters here.
     char message[kLineBlockSize];
     vsnprintf(message, sizeof(message), fmt, args);
     log->PushLogToLogPool(message, level, capture);
-}
-
-}  // namespace
-
-ZOLOfflineLog* ZOLOfflineLog::GetInstance() {
-    static ZOLOfflineLog instance;
-    return &instance;
 }
 
 ZOLOfflineLog::ZOLOfflineLog() {

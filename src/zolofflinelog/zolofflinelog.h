@@ -33,6 +33,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdarg>
 #include <condition_variable>
 #include <cstdint>
 #include <list>
@@ -125,6 +126,8 @@ public:
     ZOLOfflineLog& operator=(const ZOLOfflineLog&) = delete;
 
 private:
+    // The body of the ten entry points.
+    static void Enter(ZOLOfflineLogLevel level, bool capture, const char* fmt, va_list args);
     struct Drain;
     static void DrainTask(void* data, unsigned int size);
     // Appends path to m_logFileList and, past kMaxLogFiles, deletes the oldest file and forgets

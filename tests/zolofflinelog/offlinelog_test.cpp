@@ -214,25 +214,6 @@ TEST(OfflineLog, LineThatWouldReachTheSizeLimitStartsANewFile) {
     EXPECT_EQ("\n", root.Read(files[1]));
 }
 
-TEST(OfflineLog, TenByteLineToAFileTenBytesShortOfTheLimitOpensANewFile) {
-    LogRoot root;
-    const uint32_t limit = ZOLOfflineLog::kMaxLogFileSize;
-    ZOLOfflineLogParameter full = Line(2047, 'a');
-    uint32_t written = 0;
-    while (limit - 10 - written >= 2047) {
-        ASSERT_TRUE(Log()->FlushLogPoolToFile2(&full));
-        written += 2047;
-    }
-    ZOLOfflineLogParameter rest = Line(limit - 10 - written, 'b');
-    ASSERT_TRUE(Log()->FlushLogPoolToFile2(&rest));
-    ZOLOfflineLogParameter ten = Line(10, 'c');
-    ASSERT_TRUE(Log()->FlushLogPoolToFile2(&ten));
-    const std::vector<std::string> files = root.Files();
-    ASSERT_EQ(2u, files.size());
-    EXPECT_EQ(limit - 10, root.Read(files[0]).size());
-    EXPECT_EQ("ccccccccc\n", root.Read(files[1]));
-}
-
 // Waits until gettimeofday's microseconds move on, so that two files made one after the other
 // get different names.
 void NextMicrosecond() {
