@@ -26,9 +26,4 @@ GraphicBuffer::GraphicBuffer(const native_handle_t* inHandle, HandleWrapMethod m
     }
 }
 
-// android::sp refers to these two reporters; the platform's utility library defines them on a
-// device. Neither can fire for the library's own use of sp.
-void sp_report_race() {}
-void sp_report_stack_pointer() {}
-
 }  // namespace android

@@ -7,7 +7,8 @@
 // It counts its references itself, in the header, the way the platform's light reference base
 // does (so nothing needs the platform's utility library at run time), but with an acquire-release
 // decrement instead of a release decrement plus a fence, which ThreadSanitizer can follow. The
-// two race/stack reporters that android::sp refers to are supplied by the library.
+// two race/stack reporters that android::sp refers to are defined here, inline, since the host
+// has no platform utility library to supply them; neither can fire for a heap object.
 #pragma once
 
 #include <cstdint>  // before StrongPointer.h, which uses uintptr_t without including it
@@ -19,6 +20,9 @@
 #include <atomic>
 
 namespace android {
+
+inline void sp_report_race() {}
+inline void sp_report_stack_pointer() {}
 
 class GraphicBuffer {
 public:
