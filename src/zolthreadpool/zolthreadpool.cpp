@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <new>
 
 #include "zolthreadcontextmanager.h"
 
@@ -28,7 +29,12 @@ void AdoptContext(unsigned int submitterThreadId) {
     }
     const unsigned int self = CurrentThreadId();
     std::lock_guard<std::mutex> lock(ZOLThreadContextManager::m_threadIdToContextMapLock);
-    ZOLThreadContextManager::m_threadIdToContextMap.emplace(self, context);
+    // Out of memory, the task runs without the submitter's context rather than the exception
+    // ending the process from a worker thread.
+    try {
+        ZOLThreadContextManager::m_threadIdToContextMap.emplace(self, context);
+    } catch (const std::bad_alloc&) {
+    }
 }
 
 }  // namespace
