@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <new>
 #include <string>
 
 #include "zolofflinelog.h"
@@ -69,7 +70,9 @@ void ZOLOfflineLog::ListNewFile(const std::string& path) {
     }
 }
 
-bool ZOLOfflineLog::FlushLogPoolToFile2(ZOLOfflineLogParameter* param) {
+// The file paths are strings: a worker that cannot allocate one drops the line, counted as a
+// line whose file would not open, instead of ending the process with the exception.
+bool ZOLOfflineLog::FlushLogPoolToFile2(ZOLOfflineLogParameter* param) try {
     const uint32_t len = static_cast<uint32_t>(strnlen(param->logLine, sizeof(param->logLine)));
 
     std::unique_lock<std::mutex> fileLock(m_logFileMutex);
@@ -109,6 +112,9 @@ bool ZOLOfflineLog::FlushLogPoolToFile2(ZOLOfflineLogParameter* param) {
     m_curLogFileSize += len;
     fileLock.unlock();
     return true;
+} catch (const std::bad_alloc&) {
+    m_droppedNoFile.fetch_add(1, std::memory_order_relaxed);
+    return false;
 }
 
 bool ZOLOfflineLog::FlushLogPoolToFile() {
