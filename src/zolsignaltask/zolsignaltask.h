@@ -17,7 +17,9 @@
 // Lifetime: the single instance and its thread are created by the first instance() call and
 // destroyed at process exit (or when the library is unloaded). The destructor drops every
 // pending signal and every registered task unrun ("disconnect all"), then stops and joins the
-// thread; a task that is running at that moment is allowed to finish.
+// thread; a task that is running at that moment is allowed to finish. The offline log is
+// created before the instance, so that it outlives the loop's last lines. Like remove(), the
+// destructor waits for a running task: a task that calls exit() blocks for ever.
 //
 // Locks: m_signalMutex guards m_signals and m_stop and is the lock of m_cond; m_taskMutex guards
 // m_tasks and is held while a task runs. No operation holds both. A task may call signal(),
