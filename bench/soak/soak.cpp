@@ -1,0 +1,235 @@
+// zol_soak: N threads for T seconds mixing buffer managers (heap and DMA, raw and image), debug
+// and offline logging, signal tasks, thread-pool work and pressure readings, with invariants
+// checked as it goes (soak_workload.cpp). It samples its resident memory and open descriptors,
+// reports operations, RSS and descriptors at the start and end of the measured phase, and exits
+// non-zero on a broken invariant, descriptors that grow (or are not all given back once every
+// manager is gone), steady RSS growth, or offline-log lines that did not reach their file.
+//
+//   zol_soak [--threads N] [--seconds T] [--warmup S] [--max-rss-growth-mib M] [--log-level L]
+//
+// Offline log files go to a temporary device root (ZOL_DEVICE_ROOT), removed at the end.
+#include <android/log.h>
+#include <dirent.h>
+#include <stdlib.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "soak_process.h"
+#include "soak_workload.h"
+#include "zolofflinelog.h"
+#include "zolsignaltask.h"
+#include "zoltoolsdef.h"
+
+namespace {
+
+struct Options {
+    int threads = 4;
+    double seconds = 10;
+    double warmup = -1;  // default: a tenth of the run, at least one second
+    long maxRssGrowthMiB = 32;
+    int logLevel = 2;
+};
+
+bool ParseOptions(int argc, char** argv, Options* out) {
+    for (int i = 1; i < argc; ++i) {
+        const std::string arg = argv[i];
+        if (i + 1 >= argc) {
+            return false;
+        }
+        const char* value = argv[++i];
+        if (arg == "--threads") {
+            out->threads = std::atoi(value);
+        } else if (arg == "--seconds") {
+            out->seconds = std::atof(value);
+        } else if (arg == "--warmup") {
+            out->warmup = std::atof(value);
+        } else if (arg == "--max-rss-growth-mib") {
+            out->maxRssGrowthMiB = std::atol(value);
+        } else if (arg == "--log-level") {
+            out->logLevel = std::atoi(value);
+        } else {
+            return false;
+        }
+    }
+    if (out->warmup < 0) {
+        out->warmup = std::max(1.0, out->seconds / 10);
+    }
+    return out->threads > 0 && out->seconds > 0;
+}
+
+// Descriptors in use swing by dozens while the soak runs (held DMA buffers, the pool's free
+// ones, log files open for a line); a leak grows without bound. The strict check is the one
+// after the managers are gone, where every descriptor must be back.
+constexpr long kMaxFdGrowth = 64;
+
+std::atomic<uint64_t> g_androidLines{0};
+void CountAndroidLine(const struct __android_logger_data*, const char*) {
+    g_androidLines.fetch_add(1, std::memory_order_relaxed);
+}
+
+// Lines of the files in `dir` that carry the soak's mark.
+uint64_t CountMarkedLines(const std::string& dir) {
+    std::vector<std::string> names;
+    if (DIR* listing = opendir(dir.c_str())) {
+        while (const dirent* entry = readdir(listing)) {
+            if (entry->d_name[0] != '.') {
+                names.emplace_back(entry->d_name);
+            }
+        }
+        closedir(listing);
+    }
+    uint64_t count = 0;
+    for (const std::string& name : names) {
+        std::ifstream file(dir + "/" + name);
+        for (std::string line; std::getline(file, line);) {
+            count += line.find(soak::Workload::kLineMark) != std::string::npos;
+        }
+    }
+    return count;
+}
+
+double MiB(long kib) {
+    return static_cast<double>(kib) / 1024.0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    Options options;
+    if (!ParseOptions(argc, argv, &options)) {
+        std::fprintf(stderr,
+                     "usage: %s [--threads N] [--seconds T] [--warmup S] "
+                     "[--max-rss-growth-mib M] [--log-level L]\n",
+                     argv[0]);
+        return 2;
+    }
+
+    // The device root and the offline log's switch, before anything reads them.
+    const char* tmp = getenv("TMPDIR");
+    std::string root =
+        std::string(tmp != nullptr && tmp[0] != '\0' ? tmp : "/tmp") + "/zol-soak-XXXXXX";
+    if (mkdtemp(&root[0]) == nullptr) {
+        std::perror("mkdtemp");
+        return 2;
+    }
+    const std::string logDir = root + "/data/vendor/camera/offlinelog";
+    if (std::system(("mkdir -p '" + logDir + "'").c_str()) != 0) {
+        return 2;
+    }
+    setenv("ZOL_DEVICE_ROOT", root.c_str(), 1);
+    setenv("persist.vendor.camera.zoltools.offlinelog", "1", 1);
+    __android_log_set_logger(CountAndroidLine);
+    ZOLToolsLogLevel = options.logLevel;
+
+    // The process-wide parts that live until exit, before the first descriptor count.
+    ZOLOfflineLog* log = ZOLOfflineLog::GetInstance();
+    ZOLSignalTask::instance();
+    const int fdsBeforeManagers = soak::OpenDescriptors();
+
+    std::printf("zol_soak: %d threads, %.0f s (warm-up %.0f s), log level %d\n", options.threads,
+                options.seconds, options.warmup, options.logLevel);
+    std::vector<long> rss;
+    std::vector<long> fds;
+    uint64_t logged = 0;
+    uint64_t operations = 0;
+    int failures = 0;
+    std::string firstViolation;
+    double opsPerSecond = 0;
+    {
+        soak::Workload workload;
+        std::atomic<bool> stop{false};
+        std::vector<std::thread> threads;
+        for (int i = 0; i < options.threads; ++i) {
+            threads.emplace_back([&workload, &stop, i] { workload.Run(i, stop); });
+        }
+        using Clock = std::chrono::steady_clock;
+        const auto start = Clock::now();
+        std::this_thread::sleep_for(std::chrono::duration<double>(options.warmup));
+        const uint64_t opsAtWarmup = workload.counts().Operations();
+        const auto measured = Clock::now();
+        while (Clock::now() - start < std::chrono::duration<double>(options.seconds)) {
+            rss.push_back(soak::ResidentKiB());
+            fds.push_back(soak::OpenDescriptors());
+            std::this_thread::sleep_for(std::chrono::milliseconds(250));
+        }
+        opsPerSecond = static_cast<double>(workload.counts().Operations() - opsAtWarmup) /
+                       std::chrono::duration<double>(Clock::now() - measured).count();
+        stop = true;
+        for (std::thread& t : threads) {
+            t.join();
+        }
+        workload.DrainPool();
+        soak::Counts& c = workload.counts();
+        operations = c.Operations();
+        logged = c.debugLines + c.offlineLines;
+        std::printf(
+            "operations: %llu in all (%.0f/s measured): raw buffers %llu, images %llu, debug "
+            "lines %llu, offline lines %llu, signal tasks %llu (+%llu disconnected), pool tasks "
+            "%llu, PSI reads %llu, short-lived managers %llu\n",
+            static_cast<unsigned long long>(operations), opsPerSecond,
+            static_cast<unsigned long long>(c.rawBuffers.load()),
+            static_cast<unsigned long long>(c.images.load()),
+            static_cast<unsigned long long>(c.debugLines.load()),
+            static_cast<unsigned long long>(c.offlineLines.load()),
+            static_cast<unsigned long long>(c.signalTasks.load()),
+            static_cast<unsigned long long>(c.disconnected.load()),
+            static_cast<unsigned long long>(c.poolTasksRun.load()),
+            static_cast<unsigned long long>(c.psiReads.load()),
+            static_cast<unsigned long long>(c.shortManagers.load()));
+        if (c.violations != 0) {
+            firstViolation = workload.FirstViolation();
+            std::printf("invariants: %llu violations, the first: %s\n",
+                        static_cast<unsigned long long>(c.violations.load()),
+                        firstViolation.c_str());
+            ++failures;
+        } else {
+            std::printf("invariants: all held\n");
+        }
+    }
+    // Every manager is gone (the last one released the pool): every descriptor is back.
+    if (!log->WaitForQueuedLines()) {
+        ++failures;
+    }
+    const int fdsAfter = soak::OpenDescriptors();
+
+    const long rssGrowth = soak::SteadyGrowthKiB(rss);
+    const long fdGrowth = soak::SteadyGrowthKiB(std::vector<long>(fds.begin(), fds.end()));
+    std::printf("rss: start %.1f MiB, end %.1f MiB, steady growth %.1f MiB (limit %ld MiB)\n",
+                MiB(rss.empty() ? 0 : rss.front()), MiB(rss.empty() ? 0 : rss.back()),
+                MiB(rssGrowth), options.maxRssGrowthMiB);
+    std::printf(
+        "fds: start %ld, end %ld, steady growth %ld; %d before the managers, %d after them\n",
+        fds.empty() ? 0L : fds.front(), fds.empty() ? 0L : fds.back(), fdGrowth, fdsBeforeManagers,
+        fdsAfter);
+    if (rssGrowth > options.maxRssGrowthMiB * 1024) {
+        std::printf("FAIL: resident memory keeps growing\n");
+        ++failures;
+    }
+    if (fdGrowth > kMaxFdGrowth || fdsAfter != fdsBeforeManagers) {
+        std::printf("FAIL: descriptors grow or were not all given back\n");
+        ++failures;
+    }
+
+    const uint64_t written = CountMarkedLines(logDir);
+    std::printf(
+        "offline log: %llu lines logged, %llu in the files, dropped %llu (no memory) and %llu "
+        "(no file); %llu Android log lines\n",
+        static_cast<unsigned long long>(logged), static_cast<unsigned long long>(written),
+        static_cast<unsigned long long>(log->DroppedLinesNoMemory()),
+        static_cast<unsigned long long>(log->DroppedLinesNoFile()),
+        static_cast<unsigned long long>(g_androidLines.load()));
+    if (written != logged) {
+        std::printf("FAIL: offline-log lines lost or repeated\n");
+        ++failures;
+    }
+    std::system(("rm -rf '" + root + "'").c_str());
+    std::printf("result: %s\n", failures == 0 ? "PASS" : "FAIL");
+    return failures == 0 ? 0 : 1;
+}

@@ -1,0 +1,66 @@
+#include "soak_process.h"
+
+#include <dirent.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace soak {
+
+long ResidentKiB() {
+    FILE* status = std::fopen("/proc/self/status", "r");
+    if (status == nullptr) {
+        return 0;
+    }
+    long kib = 0;
+    char line[256];
+    while (std::fgets(line, sizeof(line), status) != nullptr) {
+        if (std::strncmp(line, "VmRSS:", 6) == 0) {
+            kib = std::strtol(line + 6, nullptr, 10);
+            break;
+        }
+    }
+    std::fclose(status);
+    return kib;
+}
+
+int OpenDescriptors() {
+    DIR* dir = opendir("/proc/self/fd");
+    if (dir == nullptr) {
+        return -1;
+    }
+    int count = 0;
+    while (const dirent* entry = readdir(dir)) {
+        if (entry->d_name[0] != '.') {
+            ++count;
+        }
+    }
+    closedir(dir);
+    return count - 1;  // the listing's own descriptor
+}
+
+namespace {
+
+long Median(std::vector<long> values) {
+    if (values.empty()) {
+        return 0;
+    }
+    std::nth_element(values.begin(), values.begin() + values.size() / 2, values.end());
+    return values[values.size() / 2];
+}
+
+}  // namespace
+
+long SteadyGrowthKiB(const std::vector<long>& samples) {
+    if (samples.size() < 4) {
+        return 0;
+    }
+    const size_t quarter = samples.size() / 4;
+    const std::vector<long> first(samples.begin(), samples.begin() + quarter);
+    const std::vector<long> last(samples.end() - quarter, samples.end());
+    return Median(last) - Median(first);
+}
+
+}  // namespace soak
