@@ -138,38 +138,46 @@ void RgbaToYuvReference(benchmark::State& state) {
     Label(state);
 }
 
-// Our conversion with one kernel set forced.
-template <void (*Bench)(benchmark::State&)>
-void WithKernels(benchmark::State& state, const cc::RowKernels* kernels) {
-    cc::OverrideRowKernelsForTest(kernels);
-    Bench(state);
-    cc::OverrideRowKernelsForTest(nullptr);
-}
-
-void Shapes(benchmark::internal::Benchmark* b) {
-    b->Args({4000, 3000, 0})->Args({4000, 3000, 1})->Args({1920, 1080, 0})->Args({1920, 1080, 1});
-    b->Unit(benchmark::kMillisecond);
-    // With --benchmark_repetitions: the fastest repetition, the least disturbed by other load.
-    b->ComputeStatistics(
-        "min", [](const std::vector<double>& v) { return *std::min_element(v.begin(), v.end()); });
-}
-
+// Registered shape by shape, ours next to libyuv's and the reference, so that the three of a
+// row run close together in time (the figures are meant to be compared on a busy machine).
 int RegisterAll() {
-    benchmark::RegisterBenchmark("YuvToRgbaZol", YuvToRgbaZol)->Apply(Shapes);
-    benchmark::RegisterBenchmark("YuvToRgbaLibyuv", YuvToRgbaLibyuv)->Apply(Shapes);
-    benchmark::RegisterBenchmark("YuvToRgbaReference", YuvToRgbaReference)->Apply(Shapes);
-    benchmark::RegisterBenchmark("RgbaToYuvZol", RgbaToYuvZol)->Apply(Shapes);
-    benchmark::RegisterBenchmark("RgbaToYuvLibyuv", RgbaToYuvLibyuv)->Apply(Shapes);
-    benchmark::RegisterBenchmark("RgbaToYuvReference", RgbaToYuvReference)->Apply(Shapes);
+    const int shapes[][3] = {{4000, 3000, 0}, {4000, 3000, 1}, {1920, 1080, 0}, {1920, 1080, 1}};
     const cc::RowKernelList list = cc::SupportedRowKernels();
-    for (int i = 0; i < list.count; ++i) {
-        const std::string name = list.items[i]->name;
-        benchmark::RegisterBenchmark(("YuvToRgbaZol/" + name).c_str(), WithKernels<YuvToRgbaZol>,
-                                     list.items[i])
-            ->Apply(Shapes);
-        benchmark::RegisterBenchmark(("RgbaToYuvZol/" + name).c_str(), WithKernels<RgbaToYuvZol>,
-                                     list.items[i])
-            ->Apply(Shapes);
+    struct Direction {
+        const char* name;
+        void (*zol)(benchmark::State&);
+        void (*libyuv)(benchmark::State&);
+        void (*reference)(benchmark::State&);
+    };
+    const Direction directions[] = {
+        {"YuvToRgba", YuvToRgbaZol, YuvToRgbaLibyuv, YuvToRgbaReference},
+        {"RgbaToYuv", RgbaToYuvZol, RgbaToYuvLibyuv, RgbaToYuvReference},
+    };
+    for (const Direction& d : directions) {
+        for (const auto& shape : shapes) {
+            std::vector<benchmark::internal::Benchmark*> row;
+            const std::string base = d.name;
+            row.push_back(benchmark::RegisterBenchmark((base + "Zol").c_str(), d.zol));
+            row.push_back(benchmark::RegisterBenchmark((base + "Libyuv").c_str(), d.libyuv));
+            row.push_back(benchmark::RegisterBenchmark((base + "Reference").c_str(), d.reference));
+            for (int i = 0; i < list.count; ++i) {
+                const auto forced = [zol = d.zol, kernels = list.items[i]](benchmark::State& st) {
+                    cc::OverrideRowKernelsForTest(kernels);
+                    zol(st);
+                    cc::OverrideRowKernelsForTest(nullptr);
+                };
+                row.push_back(benchmark::RegisterBenchmark(
+                    (base + "Zol/" + list.items[i]->name).c_str(), forced));
+            }
+            for (auto* b : row) {
+                b->Args({shape[0], shape[1], shape[2]})->Unit(benchmark::kMillisecond);
+                // With --benchmark_repetitions: the fastest repetition, the least disturbed by
+                // other load.
+                b->ComputeStatistics("min", [](const std::vector<double>& v) {
+                    return *std::min_element(v.begin(), v.end());
+                });
+            }
+        }
     }
     return 0;
 }
