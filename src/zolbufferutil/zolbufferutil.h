@@ -37,7 +37,8 @@
 // error line "unknow format: %d" is written whatever ZOLToolsLogLevel says, and the result is
 // still true. A row size that does not fit in 32 bits (width x 2, x 12, x 14) aborts the
 // process. Every row is one memcpy, fwrite or fread straight between the plane and its
-// destination: nothing is staged.
+// destination: nothing is staged. ZOLBufferDump and ZOLReadBuffer give their FILE a 64 KiB
+// buffer on the calling thread's stack, so that a row is not a system call of its own.
 class ZOL_EXPORT ZOLBufferUtil {
 public:
     // Copies `rows` rows of `rowBytes` bytes, `dst` advancing `dstStride` and `src` advancing
