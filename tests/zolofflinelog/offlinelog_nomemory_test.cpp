@@ -46,12 +46,26 @@ TEST(OfflineLogOutOfMemory, WorkerDropsTheLineItCannotWrite) {
 
 }  // namespace
 
+// Every form of new and delete is replaced, so that each block is allocated and freed by the
+// same pair whichever form the code uses (the sanitizers check that).
 void* operator new(std::size_t size) {
     void* p = FailHere() ? nullptr : std::malloc(size == 0 ? 1 : size);
     if (p == nullptr) {
         throw std::bad_alloc();
     }
     return p;
+}
+
+void* operator new[](std::size_t size) {
+    return operator new(size);
+}
+
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    return FailHere() ? nullptr : std::malloc(size == 0 ? 1 : size);
+}
+
+void* operator new[](std::size_t size, const std::nothrow_t& tag) noexcept {
+    return operator new(size, tag);
 }
 
 // GCC takes the free() in a replacement operator delete for a mismatched pair; it is the
@@ -62,6 +76,22 @@ void operator delete(void* p) noexcept {
     std::free(p);
 }
 
+void operator delete[](void* p) noexcept {
+    std::free(p);
+}
+
 void operator delete(void* p, std::size_t) noexcept {
+    std::free(p);
+}
+
+void operator delete[](void* p, std::size_t) noexcept {
+    std::free(p);
+}
+
+void operator delete(void* p, const std::nothrow_t&) noexcept {
+    std::free(p);
+}
+
+void operator delete[](void* p, const std::nothrow_t&) noexcept {
     std::free(p);
 }
