@@ -94,6 +94,31 @@ TEST(Log, FilesMergeInStampOrderAndDamagedLinesAreSkipped) {
     EXPECT_NE(std::string::npos, result.err.find("1 line could not be read and was skipped"));
 }
 
+TEST(Log, ALineCutAtTheWritersLimitIsSplitFromTheNextOne) {
+    toolstest::TempDir dir;
+    const std::string stamp = "11-21 10:00:00:000000001  1000  1001 I ZOL: ";
+    const std::string cut = stamp + std::string(2047 - stamp.size(), 'x');  // no newline
+    const std::string next = "11-21 10:00:00:000000000  1000  1002 W ZOL: next\n";
+    // Only at exactly 2,047 characters is a stamp taken for the start of another line.
+    const std::string notCut = stamp + "mentions 11-21 10:00:00:000000000  1000  1002 W ZOL: x\n";
+    std::string error;
+    const std::string text = cut + next + notCut;
+    ASSERT_TRUE(zoltool::WriteWholeFile(dir / "ZOLOfflineLog_2026-11-21--10-00-00-000000.txt",
+                                        std::vector<uint8_t>(text.begin(), text.end()), error));
+    std::vector<zoltool::LogLine> lines;
+    std::vector<zoltool::DamagedLine> damaged;
+    ASSERT_TRUE(zoltool::ReadLogFile(dir / "ZOLOfflineLog_2026-11-21--10-00-00-000000.txt", lines,
+                                     damaged, error));
+    EXPECT_TRUE(damaged.empty());
+    ASSERT_EQ(3u, lines.size());
+    EXPECT_EQ(cut, lines[0].text);
+    EXPECT_EQ("next", lines[1].message);
+    EXPECT_EQ(1u, lines[1].lineNumber);
+    EXPECT_EQ(2u, lines[2].lineNumber);
+    zoltool::SortLogLines(lines);
+    EXPECT_EQ("next", lines[0].message);
+}
+
 TEST(Log, Filters) {
     auto run = [](const zoltool::LogFilter& filter) {
         return Capture([&](const zoltool::Streams& io) {

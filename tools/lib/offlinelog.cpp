@@ -54,16 +54,34 @@ std::string BaseName(const std::string& path) {
     return slash == std::string::npos ? path : path.substr(slash + 1);
 }
 
+// The writer cuts a line to 2,047 characters, and a cut line has lost its newline: the next
+// line follows it directly in the file. Where a stamp starts right at the cut, the text is two
+// lines.
+constexpr size_t kCutLineLength = 2047;
+
 void Consume(const std::string& text, const std::string& file, size_t lineNumber, int year,
              int month, std::vector<LogLine>& lines, std::vector<DamagedLine>& damaged) {
-    LogLine line;
-    std::string reason;
-    if (ParseLogLine(text, year, month, line, reason)) {
-        line.file = file;
-        line.lineNumber = lineNumber;
-        lines.push_back(std::move(line));
-    } else {
-        damaged.push_back({file, lineNumber, reason, text});
+    size_t start = 0;
+    for (;;) {
+        LogLine line;
+        std::string reason;
+        size_t length = std::string::npos;
+        if (text.size() - start > kCutLineLength &&
+            ParseLogLine(text.substr(start + kCutLineLength), year, month, line, reason)) {
+            length = kCutLineLength;
+        }
+        const std::string piece = text.substr(start, length);
+        if (ParseLogLine(piece, year, month, line, reason)) {
+            line.file = file;
+            line.lineNumber = lineNumber;
+            lines.push_back(std::move(line));
+        } else {
+            damaged.push_back({file, lineNumber, reason, piece});
+        }
+        if (length == std::string::npos) {
+            return;
+        }
+        start += length;
     }
 }
 
