@@ -151,6 +151,37 @@ TEST(Inspect, PngRendersTheWholeFramesOnly) {
     EXPECT_TRUE(zoltest::ListDir(dir / "SimulationIntputInfo_1121101500456").empty());
 }
 
+TEST(Inspect, WhatAReplayWouldTripOverIsPointedOut) {
+    zoltest::DeviceRoot root;
+    const std::string save =
+        "/data/vendor/camera/algosimulation/SimulationIntputInfo_0101000000000/";
+    zoltool::RequestRecord record;
+    record.width = 4;
+    record.height = 2;
+    record.planeStride = 4;
+    record.sliceHeight = 2;
+    record.numberOfPlanes = 2;
+    std::vector<uint8_t> request = zoltool::EncodeRequestInfo({record, record, record, record});
+    root.WriteFile(save + "requestInfo.bin", std::string(request.begin(), request.end()));
+    for (int i = 0; i < 4; ++i) {
+        root.WriteFile(save + "inputFrameInfo_4x2_" + std::to_string(i) + "_.yuv",
+                       std::string(12, 'y'));
+    }
+    root.WriteFile(save + "database.bin", "db");
+    root.WriteFile("/data/vendor/camera/algosimulation/notes.txt", "stray");
+
+    auto result = Capture([&](const zoltool::Streams& io) {
+        return zoltool::RunInspect({root.path(), ""}, io);
+    });
+    EXPECT_EQ(zoltool::kExitOk, result.status) << result.err;
+    EXPECT_NE(std::string::npos,
+              result.out.find("inputFrameInfo_4x2_3_.yuv                        12         12  "
+                              "ok, not replayed (index 3 or more)"))
+        << result.out;
+    EXPECT_NE(std::string::npos, result.err.find("algosimulation/notes.txt is not a save folder"))
+        << result.err;
+}
+
 TEST(Inspect, UnwritablePngDirectoryIsNamed) {
     toolstest::TempDir dir;
     std::string error;

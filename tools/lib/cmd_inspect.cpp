@@ -18,6 +18,11 @@ std::string PngName(const std::string& frameFileName) {
     return (dot == std::string::npos ? frameFileName : frameFileName.substr(0, dot)) + ".png";
 }
 
+// A frame whose record is NV21 and whose file has the size the record calls for.
+bool Renderable(const FrameReport& frame) {
+    return frame.hasRecord && IsNv21Format(frame.format) && frame.status.rfind("ok", 0) == 0;
+}
+
 // Renders one frame; false with `error` set when the frame cannot be rendered.
 bool RenderFrame(const FolderReport& report, const FrameReport& frame, const std::string& pngPath,
                  std::string& error) {
@@ -36,9 +41,16 @@ bool RenderFrame(const FolderReport& report, const FrameReport& frame, const std
 int RunInspect(const InspectOptions& options, const Streams& io) {
     std::vector<std::string> folders;
     std::string error;
-    if (!FindSaveFolders(options.path, folders, error)) {
+    std::vector<std::string> others;
+    if (!FindSaveFolders(options.path, folders, error, &others)) {
         std::fprintf(io.err, "zoltools inspect: %s\n", error.c_str());
         return kExitBadInput;
+    }
+    for (const std::string& other : others) {
+        std::fprintf(io.err,
+                     "zoltools inspect: note: %s is not a save folder, but a replay takes it in "
+                     "turn like one\n",
+                     other.c_str());
     }
     std::vector<FolderReport> reports;
     size_t problems = 0;
@@ -52,7 +64,7 @@ int RunInspect(const InspectOptions& options, const Streams& io) {
         }
         problems += report.problems.size();
         for (const FrameReport& f : report.frames) {
-            renderable += f.hasRecord && IsNv21Format(f.format) && f.status == "ok" ? 1 : 0;
+            renderable += Renderable(f) ? 1 : 0;
         }
     }
     std::fprintf(io.out, "%zu save folder%s, %zu problem%s\n", reports.size(),
@@ -65,7 +77,7 @@ int RunInspect(const InspectOptions& options, const Streams& io) {
             const std::string dir = JoinPath(options.pngDir, report.name);
             bool dirMade = false;
             for (const FrameReport& frame : report.frames) {
-                if (!frame.hasRecord || !IsNv21Format(frame.format) || frame.status != "ok") {
+                if (!Renderable(frame)) {
                     continue;
                 }
                 progress.Step(report.name + "/" + frame.fileName);

@@ -203,7 +203,7 @@ FolderReport InspectSaveFolder(const std::string& path) {
                 " " + FormatName(r.format) + ", " + std::to_string(r.width) + "x" +
                 std::to_string(r.height) + ") needs " + std::to_string(frame.expected));
         } else {
-            frame.status = "ok";
+            frame.status = index < kReplayedFrames ? "ok" : "ok, not replayed (index 3 or more)";
         }
         frame.width = r.width;
         frame.height = r.height;
@@ -222,7 +222,7 @@ FolderReport InspectSaveFolder(const std::string& path) {
 }
 
 bool FindSaveFolders(const std::string& pathArg, std::vector<std::string>& folders,
-                     std::string& error) {
+                     std::string& error, std::vector<std::string>* others) {
     const std::string path = pathArg;  // may be an element of `folders`
     folders.clear();
     if (!IsDirectory(path)) {
@@ -249,6 +249,8 @@ bool FindSaveFolders(const std::string& pathArg, std::vector<std::string>& folde
         const std::string full = JoinPath(base, name);
         if (name.rfind(kSaveFolderPrefix, 0) == 0 && IsDirectory(full)) {
             folders.push_back(full);
+        } else if (others != nullptr && name[0] != '.') {
+            others->push_back(full);
         }
     }
     if (folders.empty()) {

@@ -69,9 +69,13 @@ FolderReport InspectSaveFolder(const std::string& path);
 // What PATH names: a save folder (it holds requestInfo.bin), a base folder (it holds save
 // folders), or a device root (it holds data/vendor/camera/algosimulation). Fills `folders`
 // with the save folders to inspect, sorted by name (that is, by save time within a year).
-// False with `error` when PATH is none of these.
-bool FindSaveFolders(const std::string& path, std::vector<std::string>& folders,
-                     std::string& error);
+// `others`, when given, gets the other entries of a base folder that a replay would still
+// walk (every name not beginning with '.'). False with `error` when PATH is none of these.
+bool FindSaveFolders(const std::string& path, std::vector<std::string>& folders, std::string& error,
+                     std::vector<std::string>* others = nullptr);
+
+// Replay reads the frame files of buffers 0, 1 and 2 only.
+constexpr int kReplayedFrames = 3;
 
 // The report as a text table.
 std::string FormatFolderReport(const FolderReport& report);
