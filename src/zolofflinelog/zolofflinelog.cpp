@@ -63,10 +63,18 @@ void ZOLOfflineLog::Enter(ZOLOfflineLogLevel level, bool capture, const char* fm
 }
 
 ZOLOfflineLog::ZOLOfflineLog() {
-    m_threadPool.Init(kWorkerCount);  // the workers run whether or not the log is enabled
+    try {
+        m_threadPool.Init(kWorkerCount);  // the workers run whether or not the log is enabled
+    } catch (const std::bad_alloc&) {
+        // Init's result is not looked at either: the workers that did start serve the log.
+    }
     m_logFileList.clear();
     m_enable = false;
-    m_enable = DecideEnable();
+    try {
+        m_enable = DecideEnable();
+    } catch (const std::bad_alloc&) {
+        m_enable = false;  // the settings file could not be read: off, as when it is absent
+    }
     m_captureEnable = m_enable;
     if (m_enable) {
         m_logPool = static_cast<char*>(std::malloc(kLogPoolSize));
@@ -137,9 +145,14 @@ void ZOLOfflineLog::PushLogToLogPool(const char* msg, ZOLOfflineLogLevel level, 
     const ZOLThreadPoolTask task = {ZOLThreadPool::kCmdRun, &ZOLOfflineLog::SaveLog, block,
                                     static_cast<uint32_t>(kLineBlockSize),
                                     static_cast<uint32_t>(tid)};
-    {
+    try {
         std::lock_guard<std::mutex> lock(m_threadPool.m_taskMutex);
         m_threadPool.m_taskList.push_back(task);
+    } catch (const std::bad_alloc&) {
+        // No memory for the queue's node either: dropped like a line without a block.
+        std::free(block);
+        m_droppedNoMemory.fetch_add(1, std::memory_order_relaxed);
+        return;
     }
     m_threadPool.m_taskCond.notify_one();
 }
@@ -225,18 +238,27 @@ bool ZOLOfflineLog::WaitForQueuedLines() {
         return false;
     }
     std::list<ZOLThreadPoolTask> records;
-    for (uint32_t i = 0; i < count; ++i) {
+    bool built = true;
+    for (uint32_t i = 0; i < count && built; ++i) {
         void* arg = std::malloc(sizeof(drain));
-        if (arg == nullptr) {
-            for (ZOLThreadPoolTask& record : records) {
-                std::free(record.arg);
+        built = arg != nullptr;
+        if (built) {
+            std::memcpy(arg, &drain, sizeof(drain));
+            try {
+                records.push_back({ZOLThreadPool::kCmdRun, &ZOLOfflineLog::DrainTask, arg,
+                                   static_cast<uint32_t>(sizeof(drain)), 0});
+            } catch (const std::bad_alloc&) {
+                std::free(arg);
+                built = false;
             }
-            delete drain;
-            return false;
         }
-        std::memcpy(arg, &drain, sizeof(drain));
-        records.push_back({ZOLThreadPool::kCmdRun, &ZOLOfflineLog::DrainTask, arg,
-                           static_cast<uint32_t>(sizeof(drain)), 0});
+    }
+    if (!built) {
+        for (ZOLThreadPoolTask& record : records) {
+            std::free(record.arg);
+        }
+        delete drain;
+        return false;
     }
     {
         // All at once: two waiters' records interleaved could each hold some of the workers

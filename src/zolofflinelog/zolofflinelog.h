@@ -98,9 +98,9 @@ public:
     bool FlushLogPoolToFile2(ZOLOfflineLogParameter* param);
     // Writes the memory pool's text into a new file of its own and empties the pool; the file
     // is listed with the others. With the log disabled (no pool) the file is still created,
-    // empty. False when the file would not open. Takes no lock: the caller makes sure no line
-    // is being written (WaitForQueuedLines, and no logging meanwhile) and no AppendToLogPool
-    // runs while it does.
+    // empty. False when the file would not open (or memory ran out). Takes no lock: the caller
+    // makes sure no line is being written (WaitForQueuedLines, and no logging meanwhile) and
+    // no AppendToLogPool runs while it does.
     bool FlushLogPoolToFile();
 
     // Appends text (len bytes, no terminating zero needed) to the memory pool, for a later

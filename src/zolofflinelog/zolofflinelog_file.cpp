@@ -117,7 +117,9 @@ bool ZOLOfflineLog::FlushLogPoolToFile2(ZOLOfflineLogParameter* param) try {
     return false;
 }
 
-bool ZOLOfflineLog::FlushLogPoolToFile() {
+// Runs on the caller's thread: out of memory for the path it reports false, like a file that
+// would not open, rather than letting the exception reach the caller.
+bool ZOLOfflineLog::FlushLogPoolToFile() try {
     const std::string path = zol::offlinelog::NewLogFilePath();
     LogFileFd file(path, LogFileFd::Open::kNew);
     if (!file.ok()) {
@@ -131,4 +133,6 @@ bool ZOLOfflineLog::FlushLogPoolToFile() {
     }
     ListNewFile(path);
     return true;
+} catch (const std::bad_alloc&) {
+    return false;
 }
