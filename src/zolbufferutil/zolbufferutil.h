@@ -106,7 +106,8 @@ ZOL_EXPORT const char* ZOLGetFileName(const char* path);
 //                  V = trunc((0.615 R - 0.51499 G) - 0.10001 B) + 128, point-sampled at even
 //                  rows and columns (no averaging); alpha is ignored.
 // (The fast paths reach these bytes by exact integer and SIMD arithmetic; the output never
-// depends on the CPU.)
+// depends on the CPU. On x86-64, RGBA outputs of 16 MiB or more are written with streaming
+// stores, which bypass the caches: such an image would not stay cached anyway.)
 //
 // Addressing of row r, column k: luma at y + r * yStride + k; chroma pair at
 // uv + (r * uvStride) / 2 + 2 * (k / 2), V first. The chroma row of an odd row therefore starts

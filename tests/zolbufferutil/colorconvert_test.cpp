@@ -154,10 +154,11 @@ void FillYuv(std::mt19937& rng, Bytes* y, Bytes* uv) {
 }
 
 void FillRgba(std::mt19937& rng, Bytes* rgba) {
-    // Luma sums that are multiples of 1000, chroma sums that are multiples of 100000.
+    // Luma sums that are multiples of 1000 (grey, and (6, 126, 46) whose double luma is one
+    // lower), chroma sums that are non-zero multiples of 100000.
     static const unsigned char kOnTheDot[][3] = {
         {100, 100, 100}, {1, 1, 1},      {255, 255, 255}, {82, 69, 211}, {118, 231, 108},
-        {203, 3, 3},     {174, 83, 116}, {0, 0, 0},       {23, 177, 0},  {254, 243, 249}};
+        {203, 3, 3},     {174, 83, 116}, {0, 0, 0},       {6, 126, 46},  {254, 243, 249}};
     for (size_t i = 0; i < rgba->size(); i += 4) {
         const unsigned pick = rng() % 16;
         unsigned char* px = &(*rgba)[i];
