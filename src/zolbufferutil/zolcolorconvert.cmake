@@ -21,7 +21,7 @@ if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64|amd64)$")
     # -Wuninitialized flags once inlined (GCC bug 105593); nothing of ours is uninitialised.
     set_source_files_properties(${_zol_cc}_avx512.cpp TARGET_DIRECTORY zoltools_obj
         PROPERTIES COMPILE_OPTIONS
-        "-mavx512f;-mavx512bw;-mavx512vnni;-Wno-uninitialized;-Wno-maybe-uninitialized")
+        "-mavx512f;-mavx512bw;-mavx512dq;-mavx512vnni;-Wno-uninitialized;-Wno-maybe-uninitialized")
 elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "^(aarch64|arm64|ARM64)$")
     # NEON is part of every AArch64 CPU: no flags, no run-time choice.
     target_sources(zoltools_obj PRIVATE

@@ -84,8 +84,10 @@ struct Avx2 {
             _mm256_or_si256(_mm256_cmpeq_epi16(a, Set16(x)), _mm256_cmpeq_epi16(a, Set16(y)));
         return !_mm256_testz_si256(eq, eq);
     }
-    static bool AnyEqF(F a, F b) {
-        return _mm256_movemask_ps(_mm256_cmp_ps(a, b, _CMP_EQ_OQ)) != 0;
+    static bool AnyFractionBelow(F x, float limit) {
+        const F fraction =
+            _mm256_sub_ps(x, _mm256_round_ps(x, _MM_FROUND_TO_ZERO | _MM_FROUND_NO_EXC));
+        return _mm256_movemask_ps(_mm256_cmp_ps(fraction, _mm256_set1_ps(limit), _CMP_LT_OQ)) != 0;
     }
     static bool AnyEqNonZeroF(F a, F b, V n) {
         const V eq = _mm256_andnot_si256(_mm256_cmpeq_epi32(n, Zero()),

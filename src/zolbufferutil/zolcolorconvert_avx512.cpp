@@ -1,6 +1,7 @@
-// AVX-512 (F, BW and VNNI) row kernels: the block algorithm of zolcolorconvert_x86.h on
-// 512-bit registers. Built with -mavx512f -mavx512bw -mavx512vnni; run only where the CPU has
-// all three (VNNI fuses the multiply-adds with their sums).
+// AVX-512 (F, BW, DQ and VNNI) row kernels: the block algorithm of zolcolorconvert_x86.h on
+// 512-bit registers. Built with -mavx512f -mavx512bw -mavx512dq -mavx512vnni; run only where
+// the CPU has all four (VNNI fuses the multiply-adds with their sums; every CPU with VNNI has
+// DQ).
 #include <immintrin.h>
 
 #include "zolbufferutil/zolcolorconvert_x86.h"
@@ -81,7 +82,11 @@ struct Avx512 {
         return !_kortestz_mask32_u8(_mm512_cmpeq_epi16_mask(a, Set16(x)),
                                     _mm512_cmpeq_epi16_mask(a, Set16(y)));
     }
-    static bool AnyEqF(F a, F b) { return _mm512_cmp_ps_mask(a, b, _CMP_EQ_OQ) != 0; }
+    // vreduceps (AVX-512 DQ) gives x - trunc(x) in one instruction.
+    static bool AnyFractionBelow(F x, float limit) {
+        const F fraction = _mm512_reduce_ps(x, _MM_FROUND_TO_ZERO | _MM_FROUND_NO_EXC);
+        return _mm512_cmp_ps_mask(fraction, _mm512_set1_ps(limit), _CMP_LT_OQ) != 0;
+    }
     static bool AnyEqNonZeroF(F a, F b, V n) {
         return _mm512_mask_cmp_ps_mask(_mm512_test_epi32_mask(n, n), a, b, _CMP_EQ_OQ) != 0;
     }

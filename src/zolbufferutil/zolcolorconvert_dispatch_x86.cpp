@@ -9,7 +9,7 @@ RowKernelList SupportedRowKernels() {
         int n = 0;
         __builtin_cpu_init();
         if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
-            __builtin_cpu_supports("avx512vnni")) {
+            __builtin_cpu_supports("avx512dq") && __builtin_cpu_supports("avx512vnni")) {
             items[n++] = &kAvx512RowKernels;
         }
         if (__builtin_cpu_supports("avx2")) {

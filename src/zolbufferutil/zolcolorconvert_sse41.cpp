@@ -78,7 +78,11 @@ struct Sse41 {
         const V eq = _mm_or_si128(_mm_cmpeq_epi16(a, Set16(x)), _mm_cmpeq_epi16(a, Set16(y)));
         return !_mm_testz_si128(eq, eq);
     }
-    static bool AnyEqF(F a, F b) { return _mm_movemask_ps(_mm_cmpeq_ps(a, b)) != 0; }
+    // Whether x - trunc(x) < limit in some element (x >= 0).
+    static bool AnyFractionBelow(F x, float limit) {
+        const F fraction = _mm_sub_ps(x, _mm_round_ps(x, _MM_FROUND_TO_ZERO | _MM_FROUND_NO_EXC));
+        return _mm_movemask_ps(_mm_cmplt_ps(fraction, _mm_set1_ps(limit))) != 0;
+    }
     // Whether a and b are equal in an element where n is not zero.
     static bool AnyEqNonZeroF(F a, F b, V n) {
         const V eq =

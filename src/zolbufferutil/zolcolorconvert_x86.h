@@ -197,12 +197,13 @@ struct X86Rows {
         static_assert(kLumaR == 256 + 43 && kLumaG == 512 + 75 && kLumaB == 114, "");
         const V sum = S::DotBytesAdd(S::template Slli32<8>(S::DotBytes2(px, S::Set32(1 | 2 << 8))),
                                      px, S::Set32(43 | 75 << 8 | 114 << 16));
-        // floor(sum / 1000): (sum + 0.5) / 1000 in float is exact for every sum up to 255000.
-        // Where sum is a multiple of 1000 (q * 1000 == sum, both exact in float) the double
-        // formula decides.
-        const typename S::F fsum = S::CvtF(sum);
-        const V q = S::CvttF(S::MulF(S::AddF(fsum, S::SetF(0.5f)), S::SetF(0.001f)));
-        if (S::AnyEqF(fsum, S::MulF(S::CvtF(q), S::SetF(1000.0f)))) {
+        // floor(sum / 1000) is sum * 0.001f truncated, for every sum up to 255000 (0.001f is a
+        // little above 0.001, so multiples of 1000 do not fall below their quotient). Where sum
+        // is a multiple of 1000 the double formula decides; those are exactly the sums whose
+        // product has a fractional part below 0.0005 (it is 0.00098 or more for the others).
+        const typename S::F quotient = S::MulF(S::CvtF(sum), S::SetF(0.001f));
+        const V q = S::CvttF(quotient);
+        if (S::AnyFractionBelow(quotient, 0.0005f)) {
             typename S::D lo[3], hi[3];
             RgbToDouble(px, lo, hi);
             return S::TruncToInt(Luma(lo), Luma(hi));
