@@ -64,16 +64,15 @@ struct X86Rows {
         *g = S::Add16(y16, S::Shuffle8(S::template Srai32<kGreenShift - 16>(t), dupHighWord));
     }
 
-    // One block; false (nothing written) when a chroma pair of kGreenDips occurs. kStream: rgba
-    // is register-aligned and written with streaming stores.
+    // One block, written in full; false when a chroma pair of kGreenDips occurs, whose pixels
+    // FixGreenDips must then redo. kStream: rgba is register-aligned and written with streaming
+    // stores.
     template <bool kStream>
     [[gnu::always_inline]] static inline bool YuvBlock(const uint8_t* y, const uint8_t* uv,
                                                        uint8_t* rgba) {
         const V yv = S::PermFwd(S::Load(y));
         const V uvv = S::PermFwd(S::Load(uv));
-        if (S::AnyEq16(uvv, kGreenDips[0].pair, kGreenDips[1].pair)) {
-            return false;
-        }
+        const bool dips = S::AnyEq16(uvv, kGreenDips[0].pair, kGreenDips[1].pair);
         const V zero = S::Zero();
         V r16a, g16a, b16a, r16b, g16b, b16b;
         HalfToRgb(S::UnpackLo8(yv, zero), S::UnpackLo8(uvv, zero), &r16a, &g16a, &b16a);
@@ -90,14 +89,25 @@ struct X86Rows {
         store(rgba + kStep, S::UnpackHi16(rgLo, baLo));
         store(rgba + 2 * kStep, S::UnpackLo16(rgHi, baHi));
         store(rgba + 3 * kStep, S::UnpackHi16(rgHi, baHi));
-        return true;
+        return !dips;
+    }
+
+    // Redoes, with the scalar kernel, the pixel pairs of a block whose chroma pair is one of
+    // kGreenDips (rare: two of 65536 pairs).
+    static void FixGreenDips(const uint8_t* y, const uint8_t* uv, uint8_t* rgba) {
+        for (int k = 0; k < kBlock; k += 2) {
+            const int pair = uv[k] | uv[k + 1] << 8;
+            if (pair == kGreenDips[0].pair || pair == kGreenDips[1].pair) {
+                ScalarYuvToRgbaRow(y + k, uv + k, rgba + 4 * k, 2);
+            }
+        }
     }
 
     static void YuvToRgbaRow(const uint8_t* y, const uint8_t* uv, uint8_t* rgba, int width) {
         int k = 0;
         for (; k + kBlock <= width; k += kBlock) {
             if (!YuvBlock<false>(y + k, uv + k, rgba + 4 * k)) {
-                ScalarYuvToRgbaRow(y + k, uv + k, rgba + 4 * k, kBlock);
+                FixGreenDips(y + k, uv + k, rgba + 4 * k);
             }
         }
         if (k < width) {
@@ -120,7 +130,7 @@ struct X86Rows {
         S::kNarrowerYuvToRgba(y, uv, rgba, k);
         for (; k + kBlock <= width; k += kBlock) {
             if (!YuvBlock<true>(y + k, uv + k, rgba + 4 * k)) {
-                ScalarYuvToRgbaRow(y + k, uv + k, rgba + 4 * k, kBlock);
+                FixGreenDips(y + k, uv + k, rgba + 4 * k);
             }
         }
         if (k < width) {
