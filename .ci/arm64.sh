@@ -3,12 +3,23 @@
 # suite with ctest under qemu-user, every test case in a process of its own as on the host.
 # Installs what it needs first (Debian 12; root, or sudo).
 #
-#   .ci/arm64.sh [build-dir]     default: build/arm64
+#   .ci/arm64.sh [default|asan] [build-dir]     build-dir: build/arm64, build/arm64-asan
 #
-# ZOL_JOBS sets the build and test parallelism (default 2). Prints the step's wall time.
+# asan: AddressSanitizer + UndefinedBehaviorSanitizer, leak detection off (LeakSanitizer does
+# not run under qemu-user). ZOL_JOBS sets the build and test parallelism (default 2). Prints
+# the step's wall time.
 set -euo pipefail
 src="$(cd "$(dirname "$0")/.." && pwd)"
-build="$(realpath -m "${1:-$src/build/arm64}")"
+preset="${1:-default}"
+case "$preset" in
+default) build="${2:-$src/build/arm64}" ;;
+asan) build="${2:-$src/build/arm64-asan}" ;;
+*)
+    echo "usage: $0 [default|asan] [build-dir]" >&2
+    exit 2
+    ;;
+esac
+build="$(realpath -m "$build")"
 jobs="${ZOL_JOBS:-2}"
 toolchain="$src/cmake/toolchains/aarch64-linux-gnu.cmake"
 export DEBIAN_FRONTEND=noninteractive
@@ -43,6 +54,9 @@ packages=(
     cmake make g++-aarch64-linux-gnu qemu-user googletest
     android-liblog-dev:arm64 android-libutils-dev android-libcutils-dev
 )
+if [ "$preset" = asan ]; then
+    packages+=(libasan8:arm64 libubsan1:arm64)
+fi
 if ! dpkg --print-foreign-architectures | grep -qx arm64; then
     $sudo dpkg --add-architecture arm64
 fi
@@ -76,8 +90,12 @@ fi
 # the build machine, not the device.
 cd "$src"
 phase "configure and build"
-quiet cmake --preset default -B "$build" --toolchain "$toolchain" -DZOL_WERROR=ON \
+quiet cmake --preset "$preset" -B "$build" --toolchain "$toolchain" -DZOL_WERROR=ON \
     -DZOL_BUILD_BENCH=OFF -DZOL_BUILD_TOOLS=OFF -DGTest_DIR="$gtest/lib/cmake/GTest"
 cmake --build "$build" -j "$jobs"
 phase "tests under qemu"
+if [ "$preset" = asan ]; then
+    export ASAN_OPTIONS=detect_leaks=0:abort_on_error=1
+    export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
+fi
 ctest --test-dir "$build" -j "$jobs" --output-on-failure
