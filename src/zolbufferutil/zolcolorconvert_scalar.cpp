@@ -1,5 +1,5 @@
 // Portable row kernels: the integer formulation of zolcolorconvert_rows.h, one pixel at a time.
-// They also convert the SIMD kernels' row tails and the rare blocks those hand back.
+// They also convert the SIMD kernels' row tails and the rare pixel pairs those hand back.
 #include "zolbufferutil/zolcolorconvert_rows.h"
 
 namespace zol::colorconvert {
