@@ -1,10 +1,10 @@
 // The arm64 NEON row kernels: 16 pixels per block, the channels taken apart and put together by
-// the structure loads and stores (vld2/vld4, vst2/vst4); the rest of a row, and the rare blocks
-// a kernel hands back, go to the scalar kernels.
+// the structure loads and stores (vld2/vld4, vst2/vst4); the rest of a row, and the rare pixels
+// the integer formulation does not decide, go to the scalar kernels.
 //
 // yuv420sp2rgba: the integer formulation of zolcolorconvert_rows.h, in 32-bit lanes, one lane
 // per chroma pair, with the very expressions of the scalar kernel. A block holding a chroma pair
-// of kGreenDips goes to the scalar kernel, which applies the dip.
+// of kGreenDips has those pairs redone by the scalar kernel, which applies the dip.
 // rgba2yuv420sp: luma is floor((299 R + 587 G + 114 B) / 1000), the division a multiply and
 // shifts; in a block where one of the sums is a multiple of 1000 the double formula gives the
 // luma of the whole block. Chroma, one pixel in four, uses the double formulas as they stand,
@@ -48,17 +48,9 @@ inline uint8x16_t Channel(int16x8_t yLo, int16x8_t yHi, int32x4_t dLo, int32x4_t
                             vaddq_s16(yHi, vzip2q_s16(d, d)));
 }
 
-// One block; false (nothing written) when a chroma pair of kGreenDips occurs.
-inline bool YuvBlock(const uint8_t* y, const uint8_t* uv, uint8_t* rgba) {
+// One block.
+inline void YuvBlock(const uint8_t* y, const uint8_t* uv, uint8_t* rgba) {
     const uint8x8x2_t vu = vld2_u8(uv);  // val[0]: V of the 8 pairs, val[1]: U
-    uint8x8_t dip = vdup_n_u8(0);
-    for (const GreenDip& g : kGreenDips) {
-        dip = vorr_u8(dip, vand_u8(vceq_u8(vu.val[0], vdup_n_u8(static_cast<uint8_t>(g.v + 128))),
-                                   vceq_u8(vu.val[1], vdup_n_u8(static_cast<uint8_t>(g.u + 128)))));
-    }
-    if (vmaxv_u8(dip) != 0) {
-        return false;
-    }
     // V - 128 and U - 128: the 16-bit difference wraps, read as signed it is exact.
     const int16x8_t v = vreinterpretq_s16_u16(vsubl_u8(vu.val[0], vdup_n_u8(128)));
     const int16x8_t u = vreinterpretq_s16_u16(vsubl_u8(vu.val[1], vdup_n_u8(128)));
@@ -74,16 +66,28 @@ inline bool YuvBlock(const uint8_t* y, const uint8_t* uv, uint8_t* rgba) {
     px.val[2] = Channel(yLo, yHi, lo.b, hi.b);
     px.val[3] = vdupq_n_u8(255);
     vst4q_u8(rgba, px);
-    return true;
+
+    // Pairs of kGreenDips (rare): the scalar kernel redoes their two pixels, applying the dip.
+    uint8x8_t dip = vdup_n_u8(0);
+    for (const GreenDip& g : kGreenDips) {
+        dip = vorr_u8(dip, vand_u8(vceq_u8(vu.val[0], vdup_n_u8(static_cast<uint8_t>(g.v + 128))),
+                                   vceq_u8(vu.val[1], vdup_n_u8(static_cast<uint8_t>(g.u + 128)))));
+    }
+    if (vmaxv_u8(dip) != 0) {
+        uint8_t isDip[8];
+        vst1_u8(isDip, dip);
+        for (int j = 0; j < 8; ++j) {
+            if (isDip[j] != 0) {
+                ScalarYuvToRgbaRow(y + 2 * j, uv + 2 * j, rgba + 8 * j, 2);
+            }
+        }
+    }
 }
 
 void NeonYuvToRgbaRow(const uint8_t* y, const uint8_t* uv, uint8_t* rgba, int width) {
     int k = 0;
     for (; k + kBlock <= width; k += kBlock) {
-        // k is even: pixel k's pair starts at uv + k.
-        if (!YuvBlock(y + k, uv + k, rgba + 4 * k)) {
-            ScalarYuvToRgbaRow(y + k, uv + k, rgba + 4 * k, kBlock);
-        }
+        YuvBlock(y + k, uv + k, rgba + 4 * k);  // k is even: pixel k's pair starts at uv + k
     }
     if (k < width) {
         ScalarYuvToRgbaRow(y + k, uv + k, rgba + 4 * k, width - k);
