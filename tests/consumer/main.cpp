@@ -7,6 +7,8 @@
 #include <cstdlib>
 #include <thread>
 
+#include "zolbuffermanager.h"
+#include "zolbufferutil.h"
 #include "zolthreadcontextmanager.h"
 #include "zolthreadpool.h"
 #include "zoltoolsdef.h"
@@ -49,6 +51,34 @@ int main() {
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     pool.DeInit();
+
+    // A DMA NV21 image from a named manager, converted to RGBA and back.
+    const int width = 64;
+    const int height = 48;
+    ZOLBufferManager manager("consumer");
+    ZOLImageBuffer image{};
+    image.format = ZOL_IMAGE_FORMAT_YUV420SP;
+    image.width = width;
+    image.height = height;
+    image.planeStride = width;
+    // Slice height large enough that the chroma plane covers what the conversion reads.
+    image.sliceHeight =
+        static_cast<uint32_t>(ZOLYuv420spChromaBytes(width, height) * 2 / width + 1);
+    if (!manager.AllocBuffer(image, ZOL_BUFFER_TYPE_DMA) || image.numberOfPlanes != 2) {
+        return 1;
+    }
+    static unsigned char rgba[width * height * 4];
+    manager.StartCPUSync(image.fd[0], ZOL_CPU_SYNC_READ_WRITE);
+    auto* y = static_cast<unsigned char*>(image.Addr[0]);
+    auto* uv = static_cast<unsigned char*>(image.Addr[1]);
+    for (int i = 0; i < width * height; ++i) {
+        y[i] = static_cast<unsigned char>(i);
+    }
+    yuv420sp2rgba(y, uv, rgba, width, width, width, height);
+    rgba2yuv420sp(y, uv, rgba, width, width, width, height);
+    manager.EndCPUSync(image.fd[0]);
+    manager.FreeBuffer(image);
+
     ZOL_LOGI("consumer ran %d tasks", g_ran.load());
     std::printf("consumer ran %d tasks\n", g_ran.load());
     return g_ran == 10 ? 0 : 1;
