@@ -95,6 +95,7 @@ quiet cmake --preset "$preset" -B "$build" --toolchain "$toolchain" -DZOL_WERROR
 cmake --build "$build" -j "$jobs"
 phase "tests under qemu"
 if [ "$preset" = asan ]; then
+    export ZOL_QEMU_VMEM_KB=unlimited  # the shadow memory (see qemu-aarch64-run)
     export ASAN_OPTIONS=detect_leaks=0:abort_on_error=1
     export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 fi
