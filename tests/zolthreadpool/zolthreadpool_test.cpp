@@ -195,7 +195,7 @@ TEST_F(ZOLThreadPoolTest, InitReportsWorkersThatCouldNotStart) {
     ASSERT_EQ(0, pthread_getattr_default_np(&original));
     pthread_attr_t huge;
     ASSERT_EQ(0, pthread_attr_init(&huge));
-    ASSERT_EQ(0, pthread_attr_setstacksize(&huge, size_t{1} << 46));
+    ASSERT_EQ(0, pthread_attr_setstacksize(&huge, size_t{1} << 60));
     ASSERT_EQ(0, pthread_setattr_default_np(&huge));
 
     Probe probe;
