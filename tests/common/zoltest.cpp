@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <mutex>
@@ -68,6 +69,24 @@ size_t LogCapture::Count(const std::string& needle) const {
         [&](const LogLine& line) { return line.text.find(needle) != std::string::npos; }));
 }
 
+bool LogCapture::HasSourceLine(const std::string& file, const std::string& rest) const {
+    const std::string head = file + ":";
+    std::lock_guard<std::mutex> lock(g_mutex);
+    for (const LogLine& line : *g_lines) {
+        const std::string& text = line.text;
+        if (text.size() <= head.size() + rest.size() || text.rfind(head, 0) != 0 ||
+            text.compare(text.size() - rest.size(), rest.size(), rest) != 0) {
+            continue;
+        }
+        const std::string number =
+            text.substr(head.size(), text.size() - head.size() - rest.size());
+        if (number.find_first_not_of("0123456789") == std::string::npos) {
+            return true;
+        }
+    }
+    return false;
+}
+
 void LogCapture::Clear() {
     std::lock_guard<std::mutex> lock(g_mutex);
     g_lines->clear();
@@ -118,6 +137,12 @@ std::string DeviceRoot::WriteFile(const std::string& devicePath,
     std::ofstream out(full, std::ios::binary | std::ios::trunc);
     out << contents;
     return full;
+}
+
+std::string Address(const void* p) {
+    char text[32];
+    std::snprintf(text, sizeof(text), "%p", p);
+    return text;
 }
 
 void RemoveTree(const std::string& path) {

@@ -28,6 +28,9 @@ public:
     // Number of lines whose text contains `needle`.
     size_t Count(const std::string& needle) const;
     bool Contains(const std::string& needle) const { return Count(needle) > 0; }
+    // True when some line is exactly "<file>:<line number><rest>", whatever the line number:
+    // HasSourceLine("zolpsi.cpp", " GetPsiIoSomeAvg10() [0x1234] get data failed!").
+    bool HasSourceLine(const std::string& file, const std::string& rest) const;
     void Clear();
 };
 
@@ -54,6 +57,9 @@ private:
     std::string previous_;
     bool had_previous_ = false;
 };
+
+// "%p" of an address, as the library prints it in its log lines.
+std::string Address(const void* p);
 
 // Removes a directory tree (rm -rf); missing paths are fine.
 void RemoveTree(const std::string& path);

@@ -21,22 +21,8 @@ protected:
     }
     // True when a captured line is "zolpsi.cpp:<line> <function>() [<this>] <message>".
     bool HasLine(const char* function, const std::string& message) const {
-        char address[32];
-        std::snprintf(address, sizeof(address), "%p", static_cast<const void*>(&m_psi));
-        const std::string tail = " " + std::string(function) + "() [" + address + "] " + message;
-        const std::string head = "zolpsi.cpp:";
-        for (const std::string& text : m_capture.Texts()) {
-            if (text.size() <= head.size() + tail.size() || text.rfind(head, 0) != 0 ||
-                text.compare(text.size() - tail.size(), tail.size(), tail) != 0) {
-                continue;
-            }
-            const std::string line =
-                text.substr(head.size(), text.size() - head.size() - tail.size());
-            if (line.find_first_not_of("0123456789") == std::string::npos) {
-                return true;
-            }
-        }
-        return false;
+        return m_capture.HasSourceLine("zolpsi.cpp", " " + std::string(function) + "() [" +
+                                                         zoltest::Address(&m_psi) + "] " + message);
     }
 
     zoltest::DeviceRoot m_root;

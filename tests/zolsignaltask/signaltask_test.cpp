@@ -279,29 +279,13 @@ TEST(SignalTaskTest, ConcurrentCallersKeepTheFlagsConsistent) {
 // Every line of the signal task, exactly, at level I.
 class SignalTaskLogTest : public ::testing::Test {
 protected:
-    static std::string Address(const void* p) {
-        char text[32];
-        std::snprintf(text, sizeof(text), "%p", p);
-        return text;
-    }
+    static std::string Address(const void* p) { return zoltest::Address(p); }
     // True when some captured line is "zolsignaltask.cpp:<line> <function>() [<address>]
     // <message>", exactly.
     bool HasLine(const std::string& function, const std::string& message) const {
-        const std::string head = "zolsignaltask.cpp:";
-        const std::string tail =
-            " " + function + "() [" + Address(ZOLSignalTask::instance()) + "] " + message;
-        for (const std::string& text : m_capture.Texts()) {
-            if (text.size() <= head.size() + tail.size() || text.rfind(head, 0) != 0 ||
-                text.compare(text.size() - tail.size(), tail.size(), tail) != 0) {
-                continue;
-            }
-            const std::string line =
-                text.substr(head.size(), text.size() - head.size() - tail.size());
-            if (line.find_first_not_of("0123456789") == std::string::npos) {
-                return true;
-            }
-        }
-        return false;
+        return m_capture.HasSourceLine(
+            "zolsignaltask.cpp",
+            " " + function + "() [" + Address(ZOLSignalTask::instance()) + "] " + message);
     }
 
     zoltest::LogCapture m_capture;

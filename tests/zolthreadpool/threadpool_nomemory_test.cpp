@@ -1,6 +1,7 @@
 // A worker that cannot allocate while it takes on the submitter's context still runs the task
 // (without the context) instead of ending the process with an escaping std::bad_alloc. This
-// program replaces operator new so that it fails on the workers while the test says so.
+// program links the failing operator new (tests/common/failing_new.cpp) so that it fails on the
+// workers while the test says so.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -8,6 +9,7 @@
 #include <cstdlib>
 #include <new>
 
+#include "failing_new.h"
 #include "zolthreadcontextmanager.h"
 #include "zolthreadpool.h"
 
@@ -16,9 +18,13 @@ namespace {
 std::atomic<bool> g_failOnWorkers{false};
 std::atomic<pid_t> g_testThread{0};
 
-bool FailHere() {
+}  // namespace
+
+bool zoltest::AllocationFails() {
     return g_failOnWorkers.load() && gettid() != g_testThread.load();
 }
+
+namespace {
 
 std::atomic<int> g_ran{0};
 
@@ -52,53 +58,3 @@ TEST(ThreadPoolOutOfMemory, TaskRunsWithoutTheContextItCouldNotRecord) {
 }
 
 }  // namespace
-
-// Every form of new and delete is replaced, so that each block is allocated and freed by the
-// same pair whichever form the code uses (the sanitizers check that).
-void* operator new(std::size_t size) {
-    void* p = FailHere() ? nullptr : std::malloc(size == 0 ? 1 : size);
-    if (p == nullptr) {
-        throw std::bad_alloc();
-    }
-    return p;
-}
-
-void* operator new[](std::size_t size) {
-    return operator new(size);
-}
-
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    return FailHere() ? nullptr : std::malloc(size == 0 ? 1 : size);
-}
-
-void* operator new[](std::size_t size, const std::nothrow_t& tag) noexcept {
-    return operator new(size, tag);
-}
-
-// GCC takes the free() in a replacement operator delete for a mismatched pair; it is the
-// counterpart of the malloc() in operator new above.
-#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
-
-void operator delete(void* p) noexcept {
-    std::free(p);
-}
-
-void operator delete[](void* p) noexcept {
-    std::free(p);
-}
-
-void operator delete(void* p, std::size_t) noexcept {
-    std::free(p);
-}
-
-void operator delete[](void* p, std::size_t) noexcept {
-    std::free(p);
-}
-
-void operator delete(void* p, const std::nothrow_t&) noexcept {
-    std::free(p);
-}
-
-void operator delete[](void* p, const std::nothrow_t&) noexcept {
-    std::free(p);
-}
