@@ -188,4 +188,17 @@ int CountMappings() {
     return lines;
 }
 
+int CountSharedMappings() {
+    std::ifstream in("/proc/self/maps");
+    int shared = 0;
+    for (std::string line; std::getline(in, line);) {
+        // "start-end perms offset ...": the fourth permission letter is 's' for shared.
+        const size_t perms = line.find(' ');
+        if (perms != std::string::npos && perms + 4 < line.size() && line[perms + 4] == 's') {
+            ++shared;
+        }
+    }
+    return shared;
+}
+
 }  // namespace zoltest

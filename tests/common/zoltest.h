@@ -71,5 +71,8 @@ std::vector<std::string> ListDir(const std::string& path);
 int CountOpenFds();
 // Mappings of this process (lines of /proc/self/maps).
 int CountMappings();
+// Shared mappings only (MAP_SHARED, as DMA buffers are mapped): unlike the total, they do not
+// move when a sanitizer's allocator maps memory of its own.
+int CountSharedMappings();
 
 }  // namespace zoltest

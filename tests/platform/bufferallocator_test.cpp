@@ -13,7 +13,7 @@ namespace {
 
 TEST(BufferAllocator, SystemBufferIsOneSetOfPagesSharedByEveryMapping) {
     const int fdsBefore = zoltest::CountOpenFds();
-    const int mapsBefore = zoltest::CountMappings();
+    const int mapsBefore = zoltest::CountSharedMappings();
     {
         BufferAllocator allocator;
         if (allocator.UsesDmaHeap()) {
@@ -44,7 +44,7 @@ TEST(BufferAllocator, SystemBufferIsOneSetOfPagesSharedByEveryMapping) {
         close(fd);
     }
     EXPECT_EQ(fdsBefore, zoltest::CountOpenFds());
-    EXPECT_EQ(mapsBefore, zoltest::CountMappings());
+    EXPECT_EQ(mapsBefore, zoltest::CountSharedMappings());
 }
 
 TEST(BufferAllocator, ManyAllocationsLeakNothing) {
