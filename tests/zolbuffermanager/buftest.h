@@ -30,18 +30,7 @@ namespace buftest {
 // the process runs and keeps it, so under it only DMA-buffer mappings are counted (LeakSanitizer
 // accounts for heap blocks); otherwise every mapping of the process counts.
 inline int CountMappingsForLeakCheck() {
-#ifdef BUFTEST_ASAN
-    int count = 0;
-    size_t at = 0;
-    const std::string maps = zoltest::ReadFile("/proc/self/maps");
-    while ((at = maps.find("dmabuf", at)) != std::string::npos) {
-        ++count;
-        at = maps.find('\n', at);
-    }
-    return count;
-#else
-    return zoltest::CountMappings();
-#endif
+    return zoltest::CountSharedMappings();
 }
 
 // True when DMA buffers are memfd files here (no kernel DMA heap), which LimitFileSize can fail.
