@@ -34,15 +34,38 @@ struct SimRoot : zoltest::DeviceRoot {
     std::string base() const { return Resolve(kBase); }
 };
 
-// An NV21 image with a pattern of its own, planes exactly large enough, and what its frame
-// file holds.
-std::unique_ptr<TestImage> Nv21(uint32_t width, uint32_t height, uint32_t stride, uint8_t seed) {
-    return std::make_unique<TestImage>(0, width, height, stride, size_t{stride} * height, seed);
+// Visible entries of a directory in directory-stream order, as a replay lists them.
+std::vector<std::string> Listed(const std::string& path) {
+    std::vector<std::string> names;
+    DIR* dir = opendir(path.c_str());
+    while (const dirent* entry = readdir(dir)) {
+        if (entry->d_name[0] != '.') {
+            names.push_back(entry->d_name);
+        }
+    }
+    closedir(dir);
+    return names;
 }
-std::string Payload(const TestImage& image) {
-    const int w = static_cast<int>(image.buffer.width), h = static_cast<int>(image.buffer.height);
-    return image.Rows(0, h, w) + image.Rows(1, h / 2, w);
-}
+
+// NV21 images of the given sizes, all `stride` bytes a row, each with its own pattern
+// (`seed` onwards), and the request's records of them.
+struct Request {
+    Request(std::vector<std::pair<uint32_t, uint32_t>> sizes, uint32_t stride, int seed) {
+        for (const auto& size : sizes) {
+            images.push_back(std::make_unique<TestImage>(0, size.first, size.second, stride,
+                                                         size_t{stride} * size.second, seed++));
+            buffers.push_back(images.back()->buffer);
+        }
+    }
+    // What the frame file of image i holds.
+    std::string Payload(size_t i) const {
+        const int w = static_cast<int>(images[i]->buffer.width);
+        const int h = static_cast<int>(images[i]->buffer.height);
+        return images[i]->Rows(0, h, w) + images[i]->Rows(1, h / 2, w);
+    }
+    std::vector<std::unique_ptr<TestImage>> images;
+    std::vector<ZOLImageBuffer> buffers;
+};
 
 // The ten stored fields of a record, in file order.
 std::vector<int64_t> Fields(const ZOLImageBuffer& b) {
@@ -50,38 +73,27 @@ std::vector<int64_t> Fields(const ZOLImageBuffer& b) {
             b.numberOfPlanes, b.fd[0], b.fd[1],  b.fd[2],       b.fd[3]};
 }
 
-ZOLImageBuffer Record(uint32_t seed) {
-    ZOLImageBuffer b = {seed, 4000 + seed, 3000 + seed, 4096 + seed, 3072 + seed,
-                        2,    {},          {},          nullptr,     nullptr};
-    for (int i = 0; i < 4; ++i) {
-        b.fd[i] = static_cast<int>(seed * 10) - i - 10;  // negative ones too
-    }
-    b.Addr[0] = &b;  // the plane addresses and handle are never stored
-    b.pNativeHandle = &b;
-    return b;
+// A record whose stored fields all differ; the addresses are never stored.
+ZOLImageBuffer Record(int seed) {
+    void* const address = reinterpret_cast<void*>(uintptr_t{0x1000});
+    return {static_cast<uint32_t>(seed),
+            4000u + seed,
+            3000u + seed,
+            4096u + seed,
+            3072u + seed,
+            2,
+            {address},
+            {seed - 1, seed - 2, seed - 3, seed - 4},
+            address,
+            nullptr};
 }
 
 TEST(AlgoSimulation, SaveFolderIsNamedFromTheLocalTimeWithMilliseconds) {
     zoltest::DeviceRoot root;
-    const struct {
-        int month, day, hour, minute, second;
-        long micros;
-        const char* name;
-    } rows[] = {
-        {2, 3, 9, 5, 7, 42999, "SimulationIntputInfo_0303090507042/"},
-        {11, 31, 23, 59, 59, 999999, "SimulationIntputInfo_1231235959999/"},
-    };
-    for (const auto& row : rows) {
-        struct tm local = {};
-        local.tm_mon = row.month;
-        local.tm_mday = row.day;
-        local.tm_hour = row.hour;
-        local.tm_min = row.minute;
-        local.tm_sec = row.second;
-        char folder[zol::algosim::kFolderPathBytes];
-        zol::algosim::SaveFolderPath(folder, local, row.micros);
-        EXPECT_EQ(root.Resolve(kBase) + row.name, folder);
-    }
+    struct tm local = {7, 5, 9, 3, 2, 126, 0, 0, 0, 0, nullptr};  // 3 March, 09:05:07
+    char folder[zol::algosim::kFolderPathBytes];
+    zol::algosim::SaveFolderPath(folder, local, 42999);
+    EXPECT_EQ(root.Resolve(kBase) + "SimulationIntputInfo_0303090507042/", folder);
 }
 
 TEST(AlgoSimulation, RequestAndDatabaseFiles) {
@@ -95,46 +107,32 @@ TEST(AlgoSimulation, RequestAndDatabaseFiles) {
     const int32_t first[10] = {1, 4001, 3001, 4097, 3073, 2, 0, -1, -2, -3};
     EXPECT_EQ(0, memcmp(first, file.data(), sizeof(first)));
 
-    // Reading: as many records as the vector holds; a record's logged count is its complete
-    // items (8 for a whole record); the fields the file does not reach stay as they were.
-    const struct {
-        size_t bytes, records;
-        std::vector<unsigned> counts, fieldsRead;
-    } rows[] = {
-        {120, 2, {8, 8}, {10, 10}},
-        {120, 4, {8, 8, 8, 0}, {10, 10, 10, 0}},
-        {70, 2, {8, 5}, {10, 7}},  // the sixth item is cut: fd1 is left unspecified
-    };
-    for (const auto& row : rows) {
-        path = dir.WriteFile("short.bin", file.substr(0, row.bytes));
-        std::vector<ZOLImageBuffer> into(row.records, Record(9));
+    // As many records are read as the vector holds, each logging its count of items read; a
+    // record past the end of the file stays as it was.
+    for (const size_t records : {2, 4}) {
+        std::vector<ZOLImageBuffer> into(records, Record(9));
         zoltest::LogCapture log;
         ASSERT_TRUE(sim.readRequestBuffer(into, &path[0]));
         std::vector<std::string> lines;
-        for (size_t j = 0; j < row.records; ++j) {
-            lines.push_back("[algorithm simulation]: read RequestBuffer size = " +
-                            std::to_string(row.counts[j]) + ".");
-            const std::vector<int64_t> got = Fields(into[j]), kept = Fields(Record(9));
-            const std::vector<int64_t> want = Fields(saved[j]);
-            for (size_t f = 0; f < 10; ++f) {
-                if (f != row.fieldsRead[j]) {
-                    EXPECT_EQ(f < row.fieldsRead[j] ? want[f] : kept[f], got[f]) << j << " " << f;
-                }
-            }
+        for (size_t j = 0; j < records; ++j) {
+            const bool inFile = j < 3;
+            lines.push_back(std::string("[algorithm simulation]: read RequestBuffer size = ") +
+                            (inFile ? "8." : "0."));
+            EXPECT_EQ(Fields(inFile ? saved[j] : Record(9)), Fields(into[j])) << j;
             EXPECT_EQ(Record(9).Addr[0], into[j].Addr[0]);
             EXPECT_EQ(Record(9).pNativeHandle, into[j].pNativeHandle);
         }
         EXPECT_EQ(lines, log.Texts(ANDROID_LOG_DEBUG));
     }
 
-    // The database: byte for byte, and read back into a block of exactly its size (a read
-    // past it would be caught); the logged count is 1 for a whole block, else 0.
+    // The database, byte for byte; read back into a block of exactly its size, logging a
+    // count of 1 for a whole block and 0 otherwise.
     std::string block = "database block of thirty-seven bytes!";
     path = dir / "database.bin";
-    sim.dumpDatabase(Db(block), block.size(), &path[0]);
-    EXPECT_EQ(block, ReadFile(path));
     sim.dumpDatabase(Db(block), 0, &path[0]);
     EXPECT_EQ("", ReadFile(path));
+    sim.dumpDatabase(Db(block), block.size(), &path[0]);
+    EXPECT_EQ(block, ReadFile(path));
     const struct {
         std::string file;
         size_t size;
@@ -148,15 +146,14 @@ TEST(AlgoSimulation, RequestAndDatabaseFiles) {
     };
     for (const auto& row : dbRows) {
         path = dir.WriteFile("database.bin", row.file);
-        std::unique_ptr<char[]> into(new char[row.size + 1]);
-        memset(into.get(), '.', row.size + 1);
+        std::unique_ptr<char[]> into(new char[row.size]);
+        memset(into.get(), '.', row.size);
         zoltest::LogCapture log;
         sim.readDatabase(reinterpret_cast<ZOLDatabaseBaseStruct*>(into.get()), row.size, &path[0]);
         EXPECT_EQ(row.after, std::string(into.get(), row.size));
-        EXPECT_EQ(std::vector<std::string>{"[algorithm simulation]: origin database size = " +
-                                           std::to_string(row.size) +
-                                           ", read data size = " + std::to_string(row.count)},
-                  log.Texts(ANDROID_LOG_DEBUG));
+        EXPECT_EQ(1u, log.Count("[algorithm simulation]: origin database size = " +
+                                std::to_string(row.size) +
+                                ", read data size = " + std::to_string(row.count)));
     }
 }
 
@@ -164,21 +161,17 @@ TEST(AlgoSimulation, SaveWritesRecordsFramesWithTheFirstBuffersLayoutAndTheDatab
     EXPECT_EQ(1, ZOLAlgoSimulationMode) << "saving is the default";
     SimRoot root("/data/vendor/camera");
     ZOLAlgoSimulation sim;
-    auto first = Nv21(6, 4, 16, 1), second = Nv21(3, 2, 4, 2);
-    first->buffer.sliceHeight = 5;
-    first->buffer.fd[0] = 501;
-    first->buffer.fd[1] = 502;
-    second->buffer.fd[0] = 601;
-    second->planes[0].resize(32);  // dumped 16 bytes a row, as the first buffer is
-    second->buffer.Addr[0] = second->planes[0].data();
-    std::vector<ZOLImageBuffer> buffers = {first->buffer, second->buffer};
+    Request request({{6, 4}, {3, 2}}, 16, 1);
+    std::vector<ZOLImageBuffer>& buffers = request.buffers;
+    buffers[0].sliceHeight = 5;
+    buffers[0].fd[0] = 501;
+    buffers[0].fd[1] = 502;
+    buffers[1].planeStride = 4;  // dumped 16 bytes a row all the same, as the first buffer is
+    buffers[1].fd[0] = 601;
     std::string db = "database";
     EXPECT_FALSE(sim.OnAlgoSimulation(buffers, Db(db), 8)) << "no base folder, and none made";
     EXPECT_TRUE(zoltest::ListDir(root.Resolve("/data/vendor/camera")).empty());
     sim.Initialize();
-    struct stat st;
-    ASSERT_EQ(0, stat(root.base().c_str(), &st));
-    EXPECT_EQ(0700u, st.st_mode & 0777);
 
     zoltest::LogCapture log;
     const time_t before = time(nullptr);
@@ -186,41 +179,41 @@ TEST(AlgoSimulation, SaveWritesRecordsFramesWithTheFirstBuffersLayoutAndTheDatab
     const time_t after = time(nullptr);
     const std::vector<std::string> names = zoltest::ListDir(root.base());
     ASSERT_EQ(1u, names.size());
-    struct tm saved = {};
     ASSERT_TRUE(zoltest::MatchesPattern(names[0], "SimulationIntputInfo_#")) << names[0];
     ASSERT_EQ(34u, names[0].size());
+    struct tm saved = {};
+    localtime_r(&before, &saved);
     sscanf(names[0].c_str() + 21, "%2d%2d%2d%2d%2d", &saved.tm_mon, &saved.tm_mday, &saved.tm_hour,
            &saved.tm_min, &saved.tm_sec);
-    struct tm now;
-    localtime_r(&before, &now);
-    saved.tm_year = now.tm_year;
     saved.tm_mon -= 1;
     saved.tm_isdst = -1;
     EXPECT_LE(before, mktime(&saved));
     EXPECT_GE(after, mktime(&saved));
-
     const std::string folder = root.base() + names[0] + "/";
-    ASSERT_EQ(0, stat(folder.c_str(), &st));
-    EXPECT_EQ(0700u, st.st_mode & 0777);
+    for (const std::string& made : {root.base(), folder}) {
+        struct stat st;
+        ASSERT_EQ(0, stat(made.c_str(), &st));
+        EXPECT_EQ(0700u, st.st_mode & 0777) << made;
+    }
     EXPECT_EQ((std::vector<std::string>{"database.bin", "inputFrameInfo_3x2_1_.yuv",
                                         "inputFrameInfo_6x4_0_.yuv", "requestInfo.bin"}),
               zoltest::ListDir(folder));
-    EXPECT_EQ(Payload(*first), ReadFile(folder + "inputFrameInfo_6x4_0_.yuv"));
-    second->buffer.planeStride = 16;
-    EXPECT_EQ(Payload(*second), ReadFile(folder + "inputFrameInfo_3x2_1_.yuv"));
+    EXPECT_EQ(request.Payload(0), ReadFile(folder + "inputFrameInfo_6x4_0_.yuv"));
+    EXPECT_EQ(request.Payload(1), ReadFile(folder + "inputFrameInfo_3x2_1_.yuv"));
     EXPECT_EQ("database", ReadFile(folder + "database.bin"));
     const int32_t records[20] = {0, 6, 4, 16, 5, 2, 501, 502, 0, 0,
                                  0, 3, 2, 4,  2, 2, 601, 0,   0, 0};  // each its own stride
     EXPECT_EQ(std::string(reinterpret_cast<const char*>(records), 80),
               ReadFile(folder + "requestInfo.bin"));
     // Only fd0 is synchronised around each dump, read and write.
-    EXPECT_EQ(1u, log.Count("Start CPU Sync Buffer, fd: 501, sync type: 3,"));
-    EXPECT_EQ(1u, log.Count("Start CPU Sync Buffer, fd: 601, sync type: 3,"));
-    EXPECT_EQ(1u, log.Count("End CPU Sync Buffer, fd: 501,"));
-    EXPECT_EQ(1u, log.Count("End CPU Sync Buffer, fd: 601,"));
+    for (const char* line : {"Start CPU Sync Buffer, fd: 501, sync type: 3,",
+                             "Start CPU Sync Buffer, fd: 601, sync type: 3,",
+                             "End CPU Sync Buffer, fd: 501,", "End CPU Sync Buffer, fd: 601,"}) {
+        EXPECT_EQ(1u, log.Count(line)) << line;
+    }
     EXPECT_EQ(4u, log.Count("CPU Sync Buffer"));
 
-    // No planes (the first buffer's count), no synchronisation; no buffers, empty records.
+    // No planes (the first buffer's count): no synchronisation. No buffers: no records.
     zoltest::RemoveTree(folder);
     buffers.resize(1);
     buffers[0].numberOfPlanes = 0;
@@ -242,49 +235,28 @@ TEST(AlgoSimulation, SaveWritesRecordsFramesWithTheFirstBuffersLayoutAndTheDatab
 TEST(AlgoSimulation, SavedInvocationsReplayInListingOrderAndWrapAround) {
     SimRoot root;
     ZOLAlgoSimulation sim;
-    const uint32_t sizes[3][2] = {{64, 48}, {40, 30}, {50, 20}};
-    auto frames = [&](int seed) {
-        std::vector<std::unique_ptr<TestImage>> images;
-        for (int i = 0; i < 3; ++i) {
-            images.push_back(Nv21(sizes[i][0], sizes[i][1], 80, static_cast<uint8_t>(seed + i)));
-        }
-        return images;
-    };
-    auto records = [](const std::vector<std::unique_ptr<TestImage>>& images) {
-        std::vector<ZOLImageBuffer> out;
-        for (const auto& image : images) {
-            out.push_back(image->buffer);
-        }
-        return out;
-    };
+    const std::vector<std::pair<uint32_t, uint32_t>> sizes = {{64, 48}, {40, 30}, {50, 20}};
     for (char id = 'a'; id < 'd'; ++id) {
-        auto images = frames(id);
-        std::vector<ZOLImageBuffer> buffers = records(images);
+        Request request(sizes, 80, id);
         std::string db(96, id);
-        ASSERT_TRUE(sim.OnAlgoSimulation(buffers, Db(db), 96));
+        ASSERT_TRUE(sim.OnAlgoSimulation(request.buffers, Db(db), 96));
         usleep(2000);  // a folder per millisecond
     }
-    std::vector<char> listed;  // the invocation in each folder, in directory-stream order
-    DIR* dir = opendir(root.base().c_str());
-    while (const dirent* entry = readdir(dir)) {
-        if (entry->d_name[0] != '.') {
-            listed.push_back(ReadFile(root.base() + entry->d_name + "/database.bin").at(0));
-        }
+    std::vector<char> listed;  // the invocation in each folder, in listing order
+    for (const std::string& name : Listed(root.base())) {
+        listed.push_back(ReadFile(root.base() + name + "/database.bin").at(0));
     }
-    closedir(dir);
     ASSERT_EQ(3u, listed.size());
     for (int k = 0; k < 7; ++k) {
-        auto into = frames(200);
-        std::vector<ZOLImageBuffer> buffers = records(into);
+        Request into(sizes, 80, 200);
         std::string db(96, '?');
-        ASSERT_TRUE(sim.readSimulationInfo(buffers, Db(db), 96));
-        const char id = listed[k % 3];
-        EXPECT_EQ(std::string(96, id), db) << k;
-        auto saved = frames(id);
-        for (int i = 0; i < 3; ++i) {
-            EXPECT_EQ(Payload(*saved[i]), Payload(*into[i])) << k << " " << i;
-            EXPECT_EQ(Fields(saved[i]->buffer), Fields(buffers[i]));
-            EXPECT_EQ(into[i]->buffer.Addr[1], buffers[i].Addr[1]);
+        ASSERT_TRUE(sim.readSimulationInfo(into.buffers, Db(db), 96));
+        const Request saved(sizes, 80, listed[k % 3]);
+        EXPECT_EQ(std::string(96, listed[k % 3]), db) << k;
+        for (size_t i = 0; i < 3; ++i) {
+            EXPECT_EQ(saved.Payload(i), into.Payload(i)) << k << " " << i;
+            EXPECT_EQ(Fields(saved.buffers[i]), Fields(into.buffers[i]));
+            EXPECT_EQ(into.images[i]->buffer.Addr[1], into.buffers[i].Addr[1]);
         }
     }
 }
@@ -293,66 +265,52 @@ TEST(AlgoSimulation, SavedInvocationsReplayInListingOrderAndWrapAround) {
 // vector has no element for is skipped), the database; anything else is logged as unknown.
 TEST(AlgoSimulation, ReplayDispatchesFilesByName) {
     SimRoot root;
-    auto saved = Nv21(8, 4, 8, 1);
-    const std::string folder = kBase + "A/";
-    std::vector<ZOLImageBuffer> four(4, saved->buffer);
-    root.WriteFile(folder + "requestInfo.bin", "");
-    std::string path = root.Resolve(folder + "requestInfo.bin");
-    ASSERT_TRUE(ZOLAlgoSimulation().writerRequestBuffer(four, &path[0]));
+    Request saved({{8, 4}, {8, 4}, {8, 4}, {8, 4}}, 8, 1);
+    const std::string folder = root.MakeDir(kBase + "A") + "/";
+    std::string path = folder + "requestInfo.bin";
+    ASSERT_TRUE(ZOLAlgoSimulation().writerRequestBuffer(saved.buffers, &path[0]));
     // Frame 0's name holds "database" too: a frame name wins, even for no element.
     for (const char* name : {"inputFrameInfo_8x4_0_database.yuv", "inputFrameInfo_8x4_1_.yuv",
                              "inputFrameInfo_8x4_2_.yuv", "inputFrameInfo_8x4_3_.yuv"}) {
-        root.WriteFile(folder + name, Payload(*saved));
+        root.WriteFile(kBase + "A/" + name, saved.Payload(name[19] - '0'));
     }
-    root.WriteFile(folder + "database.bin", "db");
-    root.WriteFile(folder + "notes.txt", "");
+    root.WriteFile(kBase + "A/database.bin", "db");
+    root.WriteFile(kBase + "A/notes.txt", "");
     const struct {
         size_t buffers, framesRead, unknown;
     } rows[] = {{4, 3, 2}, {1, 1, 4}, {0, 0, 5}};
     for (const auto& row : rows) {
-        std::vector<std::unique_ptr<TestImage>> into;
-        std::vector<ZOLImageBuffer> buffers;
-        for (size_t i = 0; i < row.buffers; ++i) {
-            into.push_back(Nv21(8, 4, 8, 200));
-            buffers.push_back(into.back()->buffer);
+        Request into(std::vector<std::pair<uint32_t, uint32_t>>(row.buffers, {8, 4}), 8, 1);
+        for (const auto& image : into.images) {
+            image->Fill(0xEE);
         }
         std::string db = "..";
         zoltest::LogCapture log;
-        ASSERT_TRUE(ZOLAlgoSimulation().readSimulationInfo(buffers, Db(db), 2));
+        ASSERT_TRUE(ZOLAlgoSimulation().readSimulationInfo(into.buffers, Db(db), 2));
         EXPECT_EQ("db", db);
         for (size_t i = 0; i < row.buffers; ++i) {
-            EXPECT_EQ(i < row.framesRead, Payload(*saved) == Payload(*into[i])) << i;
+            EXPECT_EQ(i < row.framesRead, saved.Payload(i) == into.Payload(i)) << i;
         }
         EXPECT_EQ(row.unknown, log.Count("[algorithm simulation]: read data don't exit."));
     }
 }
 
 // Records that would make a frame's read reach past the caller's planes skip the frame. The
-// records file is listed before the frame, so the frame is read with those records.
+// records are listed before the frame, so the frame is read with them.
 TEST(AlgoSimulation, ReplayedRecordsNeverTakeAFrameReadPastThePlanes) {
     SimRoot root;
-    const std::string folder = kBase + "A/";
-    root.WriteFile(folder + "requestInfo.bin", "");
-    std::string frame;
-    for (int k = 0; frame.empty(); ++k) {  // a name the directory lists second
+    const std::string folder = root.MakeDir(kBase + "A") + "/";
+    std::vector<ZOLImageBuffer> none;
+    std::string path = folder + "requestInfo.bin";
+    ASSERT_TRUE(ZOLAlgoSimulation().writerRequestBuffer(none, &path[0]));
+    for (int k = 0; Listed(folder).size() < 2; ++k) {  // a frame name listed second
         ASSERT_LT(k, 64);
-        const std::string name = "frame" + std::to_string(k) + "_0_.yuv";
-        root.WriteFile(folder + name, std::string(4096, 'x'));
-        DIR* dir = opendir(root.Resolve(folder).c_str());
-        std::vector<std::string> order;
-        while (const dirent* entry = readdir(dir)) {
-            if (entry->d_name[0] != '.') {
-                order.push_back(entry->d_name);
-            }
-        }
-        closedir(dir);
-        if (order.at(0) == "requestInfo.bin") {
-            frame = name;
-        } else {
-            unlink(root.Resolve(folder + name).c_str());
+        const std::string name = folder + "frame" + std::to_string(k) + "_0_.yuv";
+        root.WriteFile(name.substr(root.path().size()), std::string(4096, 'x'));
+        if (Listed(folder).at(0) != "requestInfo.bin") {
+            unlink(name.c_str());
         }
     }
-    const auto shape = Nv21(8, 4, 8, 1);
     const struct {
         uint32_t format, width, height, stride;
         bool read;
@@ -365,23 +323,20 @@ TEST(AlgoSimulation, ReplayedRecordsNeverTakeAFrameReadPastThePlanes) {
         {0, 8, 2, 8, true},             // fewer rows: read
     };
     for (const auto& row : rows) {
-        ZOLImageBuffer record = shape->buffer;
-        record.format = row.format;
-        record.width = row.width;
-        record.height = row.height;
-        record.planeStride = row.stride;
-        std::vector<ZOLImageBuffer> one = {record};
-        std::string path = root.Resolve(folder + "requestInfo.bin");
-        ASSERT_TRUE(ZOLAlgoSimulation().writerRequestBuffer(one, &path[0]));
-        auto into = Nv21(8, 4, 8, 200);
-        into->planes[1].resize(16);  // exactly the chroma rows
-        into->buffer.Addr[1] = into->planes[1].data();
-        into->buffer.format = row.format == 6 ? 7 : 0;  // 7: one plane of 8 x 4 bytes
-        std::vector<ZOLImageBuffer> buffers = {into->buffer};
-        const std::vector<uint8_t> before = into->planes[0];
-        ASSERT_TRUE(ZOLAlgoSimulation().readSimulationInfo(buffers, nullptr, 0));
-        EXPECT_EQ(row.stride, buffers[0].planeStride);
-        EXPECT_EQ(row.read, before != into->planes[0]) << row.height << " " << row.stride;
+        Request into({{8, 4}}, 8, 1);
+        into.images[0]->planes[1].resize(16);  // exactly the chroma rows
+        into.buffers[0].Addr[1] = into.images[0]->planes[1].data();
+        into.buffers[0].format = row.format == 6 ? 7 : 0;  // 7: one plane of 8 x 4 bytes
+        std::vector<ZOLImageBuffer> records = into.buffers;
+        records[0].format = row.format;
+        records[0].width = row.width;
+        records[0].height = row.height;
+        records[0].planeStride = row.stride;
+        ASSERT_TRUE(ZOLAlgoSimulation().writerRequestBuffer(records, &path[0]));
+        const std::vector<uint8_t> before = into.images[0]->planes[0];
+        ASSERT_TRUE(ZOLAlgoSimulation().readSimulationInfo(into.buffers, nullptr, 0));
+        EXPECT_EQ(row.stride, into.buffers[0].planeStride);
+        EXPECT_EQ(row.read, before != into.images[0]->planes[0]) << row.height << " " << row.stride;
     }
 }
 
@@ -423,21 +378,20 @@ TEST(AlgoSimulation, MessagesAtLevelD) {
     SimRoot root("/data");
     ZOLAlgoSimulation sim;
     zoltest::LogCapture log;
-    auto image = Nv21(8, 4, 8, 1);
-    std::vector<ZOLImageBuffer> one = {image->buffer};
+    Request one({{8, 4}}, 8, 1);
     std::string db = "dbdb", bad = root.Resolve("/missing/file");
     sim.Initialize();  // no parent: fails
-    sim.writerRequestBuffer(one, &bad[0]);
-    sim.readRequestBuffer(one, &bad[0]);
+    sim.writerRequestBuffer(one.buffers, &bad[0]);
+    sim.readRequestBuffer(one.buffers, &bad[0]);
     sim.dumpDatabase(Db(db), 4, &bad[0]);
     sim.readDatabase(Db(db), 4, &bad[0]);
-    sim.readSimulationInfo(one, Db(db), 4);
+    sim.readSimulationInfo(one.buffers, Db(db), 4);
     root.MakeDir("/data/vendor/camera");
     sim.Initialize();
-    sim.saveSimulationInfo(one, Db(db), 4);
-    const std::string base = root.base(), folder = base + zoltest::ListDir(base).at(0) + "/";
+    sim.saveSimulationInfo(one.buffers, Db(db), 4);
+    const std::string folder = root.base() + zoltest::ListDir(root.base()).at(0) + "/";
     root.WriteFile(folder.substr(root.path().size()) + "notes.txt", "");
-    sim.readSimulationInfo(one, Db(db), 4);
+    sim.readSimulationInfo(one.buffers, Db(db), 4);
     const std::string m = "[algorithm simulation]: ", read = m + "read data directory: " + folder;
     const struct {
         std::string text;
