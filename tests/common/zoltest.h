@@ -35,10 +35,6 @@ public:
     // Lines of `priority` (< 0: any) whose whole text is `pattern`, each '#' standing for a run
     // of digits (a source line): Matching(ANDROID_LOG_ERROR, "zolpsi.cpp:# Get() failed!").
     size_t Matching(int priority, const std::string& pattern) const;
-    // Until the last callers move to Matching.
-    bool HasSourceLine(const std::string& file, const std::string& rest) const {
-        return Matching(-1, file + ":#" + rest) > 0;
-    }
     void Clear();
 };
 
