@@ -1,20 +1,14 @@
-// The host stand-ins for the platform: properties, device paths, the DMA-buf allocator, graphic
-// buffers, and the fatal-error helpers.
-#include <BufferAllocator/BufferAllocator.h>
-#include <fcntl.h>
+// The host stand-ins for the platform's properties and device paths, and the fatal-error
+// helpers. The DMA-buf allocator and graphic buffer stand-ins are tested through the buffer
+// allocator (tests/zolbuffermanager).
 #include <gtest/gtest.h>
-#include <sys/mman.h>
-#include <ui/GraphicBuffer.h>
-#include <unistd.h>
 
 #include <climits>
 #include <cstdint>
 #include <cstdlib>
-#include <cstring>
 
 #include "platform/devicepath.h"
 #include "platform/properties.h"
-#include "zoltest.h"
 #include "zoltoolsdef/zolfatal.h"
 
 namespace {
@@ -69,49 +63,6 @@ TEST(DevicePath, DataAndVendorPathsFollowTheDeviceRoot) {
         row.root != nullptr ? setenv("ZOL_DEVICE_ROOT", row.root, 1) : unsetenv("ZOL_DEVICE_ROOT");
         EXPECT_EQ(row.expected, zol::DevicePath(row.path)) << (row.path ? row.path : "null");
     }
-}
-
-TEST(BufferAllocator, MemfdBuffersShareTheirPagesAndLeaveNothingBehind) {
-    if (BufferAllocator().UsesDmaHeap()) {
-        GTEST_SKIP() << "this machine has a DMA heap; the memfd path is not in use";
-    }
-    const int fds = zoltest::CountOpenFds(), maps = zoltest::CountSharedMappings();
-    for (size_t len : {size_t{3 * 4096 + 100}, size_t{4096}, size_t{8192}}) {
-        BufferAllocator allocator;
-        const int fd = allocator.AllocSystem(true, len, 0, 0);
-        ASSERT_GE(fd, 0);
-        EXPECT_EQ(FD_CLOEXEC, fcntl(fd, F_GETFD) & FD_CLOEXEC);
-        auto* a = static_cast<unsigned char*>(
-            mmap(nullptr, len, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0));
-        auto* b = static_cast<unsigned char*>(
-            mmap(nullptr, len, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0));
-        ASSERT_TRUE(a != MAP_FAILED && b != MAP_FAILED && a != b);
-        EXPECT_EQ(0, a[len - 1]);  // new buffers read as zeros
-        std::memset(a, 0x5a, len);
-        EXPECT_EQ(0x5a, b[len - 1]);
-        EXPECT_EQ(0, allocator.CpuSyncStart(fd, kSyncReadWrite));
-        EXPECT_EQ(0, allocator.CpuSyncEnd(fd, kSyncRead));
-        munmap(a, len);
-        munmap(b, len);
-        close(fd);
-    }
-    EXPECT_EQ(fds, zoltest::CountOpenFds());
-    EXPECT_EQ(maps, zoltest::CountSharedMappings());
-}
-
-TEST(GraphicBuffer, CountsReferencesAndRoundTripsThroughTheHardwareBuffer) {
-    NATIVE_HANDLE_DECLARE_STORAGE(storage, 0, 1);
-    std::memset(storage, 0, sizeof(storage));
-    auto* handle = reinterpret_cast<native_handle_t*>(storage);
-    android::sp<android::GraphicBuffer> buffer = new android::GraphicBuffer(
-        handle, android::GraphicBuffer::WRAP_HANDLE, 640, 480, 34, 0, 0x20000, 704);
-    android::sp<android::GraphicBuffer> copy = buffer;
-    EXPECT_EQ(2, buffer->getStrongCount());
-    EXPECT_EQ(buffer.get(),
-              android::GraphicBuffer::fromAHardwareBuffer(buffer->toAHardwareBuffer()));
-    EXPECT_EQ(2, buffer->getStrongCount());
-    copy.clear();
-    EXPECT_EQ(1, buffer->getStrongCount());
 }
 
 TEST(FatalDeathTest, OverflowsIndicesAndConditionsAbortWithTheirText) {

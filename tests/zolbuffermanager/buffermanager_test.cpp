@@ -1,6 +1,7 @@
 // The buffer subsystem: allocator, process-wide pool and named managers. Every TEST runs in a
 // process of its own, so each starts with empty pool lists and no clients.
 #include <android/log.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
@@ -81,6 +82,8 @@ TEST(BufferAllocator, DmaBufferIsOneSharedMappingAndDeallocLeavesNothing) {
         char* buffer = nullptr;
         int fd = -1;
         ASSERT_EQ(0, allocator.AllocDMABuffer(kSize, &buffer, fd));
+        EXPECT_EQ(FD_CLOEXEC, fcntl(fd, F_GETFD) & FD_CLOEXEC);
+        EXPECT_EQ(0, buffer[kSize - 1]);  // new buffers read as zeros
         std::memset(buffer, 0x3c, kSize);
         auto* again = static_cast<unsigned char*>(allocator.MapFDToBufferPointer(fd, kSize));
         ASSERT_NE(MAP_FAILED, again);

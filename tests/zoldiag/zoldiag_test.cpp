@@ -3,7 +3,6 @@
 
 #include <cstring>
 #include <limits>
-#include <set>
 #include <tuple>
 
 #include "zoldiag.h"
@@ -22,8 +21,9 @@ auto Fields(const _TuningMode& t) {
                            t.subMode6);
 }
 
-// Setting one entry, a record or a whole map sets exactly those entries (a map merges); a
-// lookup outside the registered entries and list bounds finds nothing and creates nothing.
+// Setting one entry, a record or a whole map (through its list of records) sets exactly those
+// entries; a lookup outside the registered entries and list bounds finds nothing and creates
+// nothing.
 TEST(DiagRegistry, SettersMergeAndLookupsHonourEveryBound) {
     DiagUtils::SetEVInfo(kA, 1, {1, 2, 3, 4});
     DiagUtils::SetEVInfo(_ZOLDIAG_EVINFO_ST{kA, 1, {-2, 0, 2}});  // replaces the whole list
@@ -78,27 +78,6 @@ TEST(DiagRegistry, SettersMergeAndLookupsHonourEveryBound) {
     }
     EXPECT_EQ(2u, DiagUtils::m_tunInfo.size());
     EXPECT_EQ(2u, DiagUtils::m_tunInfo.at(kA).size());
-}
-
-TEST(DiagRegistry, MapToListGivesOneRecordPerPairInIterationOrder) {
-    const DiagUtils::EVInfoMap ev{{kA, {{1, {1}}, {2, {2, 2}}}}, {kB, {{1, {}}}}};
-    std::vector<std::tuple<int, int, std::vector<int>>> walked, listed;
-    for (const auto& [type, modes] : ev) {
-        for (const auto& [mode, values] : modes) {
-            walked.emplace_back(type, mode, values);
-        }
-    }
-    for (const _ZOLDIAG_EVINFO_ST& r : DiagUtils::EVInfoMap2List(ev)) {
-        listed.emplace_back(r.algoType, r.mode, r.evValues);
-    }
-    EXPECT_EQ(walked, listed);
-    std::set<std::tuple<int, int, uint16_t>> tunings;
-    for (const _ZOLDIAG_TUNINFO_ST& r : DiagUtils::TunInfoMap2List(
-             DiagUtils::TunInfoMap{{kA, {{4, Tuning(4)}}}, {kB, {{1, Tuning(1)}}}})) {
-        tunings.emplace(r.algoType, r.mode, r.tuningMode.subMode0);
-    }
-    EXPECT_EQ((std::set<std::tuple<int, int, uint16_t>>{{kA, 4, 4}, {kB, 1, 1}}), tunings);
-    EXPECT_TRUE(DiagUtils::EVInfoMap2List({}).empty());
 }
 
 TEST(DiagChecks, ReturnValueAgainstAListOfCodes) {
