@@ -150,12 +150,16 @@ TEST(BufferPool, RecyclesExactSizeAndTypeLastInFirstOut) {
     }
     EXPECT_EQ(dma, pool.GetBufferFromPool(4096, fd, kDma));
     EXPECT_EQ(dmaFd, fd);
-    EXPECT_NE(heap[2], pool.GetBufferFromPool(4000, fd, kHeap));  // never a larger block
+    void* smaller = pool.GetBufferFromPool(4000, fd, kHeap);
+    EXPECT_NE(heap[2], smaller);  // never a larger block
     EXPECT_EQ(0, fd);
     EXPECT_EQ(heap[2], pool.GetBufferFromPool(4096, fd, kHeap));
     EXPECT_EQ(heap[0], pool.GetBufferFromPool(4096, fd, kHeap));
     EXPECT_EQ(std::vector<void*>{heap[1]}, FreeBlocks(kHeap, 4096));
     EXPECT_TRUE(IsBusy(heap[0]) && !IsBusy(heap[1]));
+    for (void* p : {dma, smaller, heap[0], heap[2]}) {
+        pool.PutBufferToPool(p);  // for the last client to release
+    }
 }
 
 TEST(BufferPoolDeathTest, CountsPlaneSizesAndFailedAllocationsAreFatal) {
