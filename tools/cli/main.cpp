@@ -87,8 +87,13 @@ int main(int argc, char** argv) {
     logCmd->add_option("--grep", log.filter.texts,
                        "Only lines whose message contains this text (repeatable: all must occur)");
     logCmd->add_flag("--with-file", log.withFile, "Prefix each line with its file name");
-    logCmd->add_flag("-f,--follow", log.follow,
-                     "Then follow the newest file as it grows (Ctrl-C ends)");
+    CLI::Option* followOption = logCmd->add_flag(
+        "-f,--follow", log.follow, "Then follow the newest file as it grows (Ctrl-C ends)");
+    logCmd
+        ->add_option("--trace", log.trace,
+                     "Write the lines to this file as trace-event JSON (opens in Perfetto's UI "
+                     "and chrome://tracing) instead of printing them")
+        ->excludes(followOption);
     logCmd->callback([&] {
         std::string error;
         if (!levels.empty() && !zoltool::ParseLevelList(levels, log.filter.levels, error)) {

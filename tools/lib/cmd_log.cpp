@@ -1,5 +1,6 @@
 // zoltools log: the offline log files of a folder merged into one stream ordered by stamp,
-// filtered, and optionally followed as the newest file grows.
+// filtered, and optionally followed as the newest file grows or written as a trace.
+#include <algorithm>
 #include <cctype>
 #include <chrono>
 #include <cstdio>
@@ -7,6 +8,7 @@
 
 #include "commands.h"
 #include "fileio.h"
+#include "trace.h"
 
 namespace zoltool {
 
@@ -75,8 +77,21 @@ int RunLog(const LogOptions& options, const Streams& io) {
     }
     SortLogLines(lines);
     Report(io, damaged);
-    for (const LogLine& line : lines) {
-        Print(options, io, line);
+    if (!options.trace.empty()) {
+        lines.erase(
+            std::remove_if(lines.begin(), lines.end(),
+                           [&](const LogLine& line) { return !options.filter.Matches(line); }),
+            lines.end());
+        if (!WriteTrace(options.trace, lines, error)) {
+            std::fprintf(io.err, "zoltools log: %s\n", error.c_str());
+            return kExitBadInput;
+        }
+        std::fprintf(io.out, "%zu lines written to %s as trace events\n", lines.size(),
+                     options.trace.c_str());
+    } else {
+        for (const LogLine& line : lines) {
+            Print(options, io, line);
+        }
     }
     std::fflush(io.out);
     size_t damagedCount = damaged.size();

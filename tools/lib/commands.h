@@ -1,4 +1,4 @@
-// The four zoltools commands as plain functions: the command-line layer (tools/cli) only fills
+// The zoltools commands as plain functions: the command-line layer (tools/cli) only fills
 // the option records and calls them, so tests can run a command and look at what it printed.
 // Each prints its result to `out` and every complaint, naming the file and what is wrong, to
 // `err`; the result is the process exit status.
@@ -43,6 +43,7 @@ struct LogOptions {
     bool follow = false;    // then keep printing what is appended to the newest file
     int pollMilliseconds = 250;
     const std::atomic<bool>* stop = nullptr;  // ends --follow when it becomes true
+    std::string trace;  // write the lines to this trace-event JSON file instead of printing
 };
 int RunLog(const LogOptions& options, const Streams& io);
 
