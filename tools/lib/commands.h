@@ -51,6 +51,14 @@ int RunLog(const LogOptions& options, const Streams& io);
 // V. False with `error` for anything else.
 bool ParseLevelList(const std::string& text, std::string& levels, std::string& error);
 
+struct ReportOptions {
+    std::string path;    // as for inspect; the offline log beside it is found too
+    std::string outDir;  // index.html and its images go here
+    std::string from;    // show only this time range: "[MM-DD ]hh:mm:ss[.fraction]"
+    std::string to;
+};
+int RunReport(const ReportOptions& options, const Streams& io);
+
 struct PsiOptions {
     std::string dir = "/proc/pressure";  // where cpu, memory and io are read
     double intervalSeconds = 0;          // 0: print once
