@@ -15,7 +15,7 @@ using toolstest::ZoltoolsBinary;
 TEST(Cli, HelpOnEverySubcommand) {
     auto top = RunProgram({ZoltoolsBinary(), "--help"});
     EXPECT_EQ(0, top.status);
-    for (const char* sub : {"inspect", "convert", "log", "psi"}) {
+    for (const char* sub : {"inspect", "convert", "log", "psi", "report"}) {
         EXPECT_NE(std::string::npos, top.out.find(sub)) << top.out;
         auto help = RunProgram({ZoltoolsBinary(), sub, "--help"});
         EXPECT_EQ(0, help.status) << sub;
