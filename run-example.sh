@@ -25,3 +25,8 @@ echo "  simulation folders         $root/data/vendor/camera/algosimulation/"
 echo "  algorithm outputs (NV21)   $root/data/vendor/camera/algo_wrapper/"
 echo "                             $zoltools convert <file>.nv21 out.png"
 echo "  offline log                $zoltools log $root --level E,W,I"
+
+echo
+echo "=== zoltools report"
+"$zoltools" report "$root" -o "$root/report"
+echo "Report (open in a browser): $root/report/index.html"
