@@ -253,7 +253,10 @@ void Summary(std::string& out, const ReportData& data, const Threads& threads) {
         pidList += (pidList.empty() ? "pid " : ", ") + std::to_string(pid);
     }
     Card(out, "processes", "Processes", Grouped(pids.size()), pidList);
-    Card(out, "threads", "Threads", Grouped(threads.lines.size()), "one timeline lane each");
+    Card(out, "threads", "Threads", Grouped(threads.lines.size()),
+         threads.lines.size() <= kMaxLanes
+             ? "one timeline lane each"
+             : "the busiest " + Grouped(kMaxLanes - 1) + " have a timeline lane each");
     std::string chips;
     for (int l = 0; l < 5; ++l) {
         Add(chips, "<span class=\"chip lv-%c\" title=\"%s\">%c %s</span>", kLevels[l],
