@@ -31,3 +31,8 @@ first_output=$(ls "$root"/data/vendor/camera/algo_wrapper/output_*.nv21 | head -
 echo "                             $zoltools convert $first_output out.png"
 echo "  offline log                $zoltools log $root --grep AlgoWrapper"
 echo "  the tools on PATH          export PATH=\"$(dirname "$zoltools"):$(dirname "$algo_wrapper"):\$PATH\""
+
+echo
+echo "=== zoltools report"
+"$zoltools" report "$root" -o "$root/report"
+echo "Report (open in a browser): $root/report/index.html"

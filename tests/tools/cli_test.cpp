@@ -45,6 +45,8 @@ TEST(Cli, SaysWhatIsWrong) {
         std::string said;  // on stdout for status 0, on stderr otherwise
     } const cases[] = {
         {{"--help"}, 0, "inspect"},
+        {{"--help"}, 0, "report"},
+        {{"report", "--help"}, 0, "zoltools report"},
         {{"convert", "--help"}, 0, "--as-library"},
         {{"psi", "--dir", d / "ok"}, 0, "cpu  12.50%  memory   0.25%  io 100.00%  (some avg10)\n"},
         {{}, 2, "A subcommand is required"},

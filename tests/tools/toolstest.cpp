@@ -51,6 +51,20 @@ Output RunProgram(std::vector<std::string> args, const std::string& cwd) {
     return result;
 }
 
+Output Capture(const std::function<int(const zoltool::Streams&)>& command) {
+    TempDir dir;
+    zoltool::Streams io;
+    io.out = std::fopen((dir / "out").c_str(), "w");
+    io.err = std::fopen((dir / "err").c_str(), "w");
+    Output result;
+    result.status = command(io);
+    std::fclose(io.out);
+    std::fclose(io.err);
+    result.out = ReadFile(dir / "out");
+    result.err = ReadFile(dir / "err");
+    return result;
+}
+
 std::string Golden(const std::string& relative) {
     return std::string(ZOLTOOLS_GOLDEN_DIR) + "/" + relative;
 }

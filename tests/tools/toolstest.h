@@ -3,8 +3,11 @@
 // golden files are.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
+
+#include "commands.h"
 
 namespace toolstest {
 
@@ -19,6 +22,8 @@ struct Output {
 // Runs a program (args[0] is its path; "/usr/bin/env" with VAR=value first to set variables)
 // in `cwd` when not empty, stdin from /dev/null. status is the exit status, or 128 + signal.
 Output RunProgram(std::vector<std::string> args, const std::string& cwd = "");
+// Runs a command function in this process with its output and error streams captured.
+Output Capture(const std::function<int(const zoltool::Streams&)>& command);
 
 inline std::string Zoltools() {
     return ZOLTOOLS_BINARY;

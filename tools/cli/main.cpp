@@ -60,7 +60,7 @@ int main(int argc, char** argv) {
 
     CLI::App app{
         "zoltools: inspect simulation folders, convert raw frames, merge offline logs, "
-        "read pressure-stall averages"};
+        "report on a whole device dump, read pressure-stall averages"};
     app.require_subcommand(1);
     app.set_version_flag("--version", "zoltools 1.0");
 
@@ -130,8 +130,13 @@ int main(int argc, char** argv) {
     logCmd->add_option("--grep", log.filter.texts,
                        "Only lines whose message contains this text (repeatable: all must occur)");
     logCmd->add_flag("--with-file", log.withFile, "Prefix each line with its file name");
-    logCmd->add_flag("-f,--follow", log.follow,
-                     "Then follow the newest file as it grows (Ctrl-C ends)");
+    CLI::Option* followOption = logCmd->add_flag(
+        "-f,--follow", log.follow, "Then follow the newest file as it grows (Ctrl-C ends)");
+    logCmd
+        ->add_option("--trace", log.trace,
+                     "Write the lines to this file as trace-event JSON (opens in Perfetto's UI "
+                     "and chrome://tracing) instead of printing them")
+        ->excludes(followOption);
     logCmd->callback([&] {
         std::string error;
         if (levelOption->count() > 0 &&
@@ -146,6 +151,24 @@ int main(int argc, char** argv) {
         }
         status = zoltool::RunLog(log, io);
     });
+
+    zoltool::ReportOptions report;
+    CLI::App* reportCmd = app.add_subcommand(
+        "report",
+        "Write one HTML page of a device dump: summary, timeline of the log's threads, errors "
+        "and warnings with context, save folders with their frames, counts, problems");
+    reportCmd
+        ->add_option("PATH", report.path,
+                     "A device root, the algosimulation folder or a save folder (the offline log "
+                     "beside it is read too), or an offline log folder")
+        ->required();
+    reportCmd->add_option("-o,--output", report.outDir, "Write index.html and its images here")
+        ->required();
+    reportCmd->add_option("--from", report.from,
+                          "Show only from this time: hh:mm:ss[.fff] (on the first line's day) "
+                          "or MM-DD hh:mm:ss[.fff]");
+    reportCmd->add_option("--to", report.to, "Show only up to this time (same forms)");
+    reportCmd->callback([&] { status = zoltool::RunReport(report, io); });
 
     zoltool::PsiOptions psi;
     CLI::App* psiCmd = app.add_subcommand(

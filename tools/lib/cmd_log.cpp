@@ -1,5 +1,6 @@
 // zoltools log: the offline log files of a folder merged into one stream ordered by stamp,
-// filtered, and optionally followed as the newest file grows.
+// filtered, and optionally followed as the newest file grows or written as a trace.
+#include <algorithm>
 #include <cctype>
 #include <chrono>
 #include <cstdio>
@@ -8,6 +9,7 @@
 #include "commands.h"
 #include "fileio.h"
 #include "text.h"
+#include "trace.h"
 
 namespace zoltool {
 
@@ -84,8 +86,22 @@ int RunLog(const LogOptions& options, const Streams& io) {
     SortLogLines(lines);
     size_t damagedCount = Report(io, damaged);
     size_t printed = 0;
-    for (const LogLine& line : lines) {
-        printed += Print(options, io, line) ? 1 : 0;
+    if (!options.trace.empty()) {
+        lines.erase(
+            std::remove_if(lines.begin(), lines.end(),
+                           [&](const LogLine& line) { return !options.filter.Matches(line); }),
+            lines.end());
+        if (!WriteTrace(options.trace, lines, error)) {
+            std::fprintf(io.err, "zoltools log: %s\n", error.c_str());
+            return kExitBadInput;
+        }
+        std::fprintf(io.out, "%zu lines written to %s as trace events\n", lines.size(),
+                     options.trace.c_str());
+        printed = lines.size();
+    } else {
+        for (const LogLine& line : lines) {
+            printed += Print(options, io, line) ? 1 : 0;
+        }
     }
     std::fflush(io.out);
     if (printed == 0 && !lines.empty()) {

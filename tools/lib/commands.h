@@ -1,4 +1,4 @@
-// The four zoltools commands as plain functions: the command-line layer (tools/cli) only fills
+// The zoltools commands as plain functions: the command-line layer (tools/cli) only fills
 // the option records and calls them, so tests can run a command and look at what it printed.
 // Each prints its result to `out` and every complaint, naming the file and what is wrong, to
 // `err`; the result is the process exit status.
@@ -49,12 +49,21 @@ struct LogOptions {
     bool follow = false;    // then keep printing what is appended to the newest file
     int pollMilliseconds = 250;
     const std::atomic<bool>* stop = nullptr;  // ends --follow when it becomes true
+    std::string trace;  // write the lines to this trace-event JSON file instead of printing
 };
 int RunLog(const LogOptions& options, const Streams& io);
 
 // Validates and normalises a --level list ("E,W", "ew", "EWD"): upper-case letters of E W D I
 // V. False with `error` for anything else.
 bool ParseLevelList(const std::string& text, std::string& levels, std::string& error);
+
+struct ReportOptions {
+    std::string path;    // as for inspect; the offline log beside it is found too
+    std::string outDir;  // index.html and its images go here
+    std::string from;    // show only this time range: "[MM-DD ]hh:mm:ss[.fraction]"
+    std::string to;
+};
+int RunReport(const ReportOptions& options, const Streams& io);
 
 // Once, or every `intervalSeconds` (more than 0, at most a day) `count` times or until stopped.
 // A value that is not a percentage is bad input: the files are not what the kernel writes.
