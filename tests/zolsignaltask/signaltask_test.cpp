@@ -182,40 +182,6 @@ TEST(SignalTaskDeathTest, SignallingATaskWithoutCallableAborts) {
         "signalled task has no callable");
 }
 
-// Callers on several threads: every task runs at most once and its flags agree with that.
-TEST(SignalTask, ConcurrentCallersKeepTheFlagsConsistent) {
-    constexpr int kThreads = 4, kEach = 200;
-    std::vector<std::vector<WrapperTask>> kept(kThreads);
-    std::vector<std::thread> callers;
-    for (int t = 0; t < kThreads; ++t) {
-        callers.emplace_back([&kept, t] {
-            for (unsigned long i = 0; i < kEach; ++i) {
-                const unsigned long id = 2000 + t * kEach + i;
-                kept[t].push_back(Mark('x'));
-                S()->insert(id, WrapperTask(kept[t].back()));
-                if (i % 3 == 0) {
-                    S()->disconnect(id);
-                }
-                S()->signal(id);
-                if (i % 5 == 0) {
-                    S()->signal(id);
-                }
-            }
-        });
-    }
-    for (std::thread& caller : callers) {
-        caller.join();
-    }
-    Drain();
-    for (const std::vector<WrapperTask>& tasks : kept) {
-        for (size_t i = 0; i < tasks.size(); ++i) {
-            EXPECT_EQ(i % 3 != 0, tasks[i].done->load()) << i;
-            EXPECT_TRUE(tasks[i].alive->load()) << i;
-        }
-    }
-    EXPECT_EQ(std::string(kThreads * (kEach - (kEach + 2) / 3), 'x'), g_ran);
-}
-
 // Every line of the signal task, exactly, at level I; none below it.
 TEST(SignalTaskLog, LinesAtLevelI) {
     zoltest::LogCapture capture;
