@@ -212,28 +212,6 @@ TEST(BufferManager, PlaneSizesFollowStrideAndSliceHeightOnly) {
     }
 }
 
-TEST(BufferLifetime, FreeBlocksKeepTheirDescriptorsUntilTheLastClientGoes) {
-    const int fds = zoltest::CountOpenFds(), maps = zoltest::CountSharedMappings();
-    for (int round = 0; round < 2; ++round) {
-        ZOLBufferManager keeper("Keeper");
-        {
-            ZOLBufferManager user("User");
-            ZOLImageBuffer image = Image(0, 1024, 1024);
-            ASSERT_TRUE(user.AllocBuffer(image, kDma));
-            EXPECT_TRUE(image.fd[0] > 0 && image.fd[1] > 0 && image.fd[0] != image.fd[1]);
-            ASSERT_TRUE(user.AllocBuffer(image, kHeap));
-            void* raw = nullptr;
-            int fd = 0;
-            ASSERT_TRUE(user.AllocBuffer(8192, &raw, fd, kDma));
-        }
-        EXPECT_EQ(fds + 3, zoltest::CountOpenFds());  // forcibly returned, free, still open
-        EXPECT_EQ(5u, BlockCount());
-    }
-    EXPECT_EQ(fds, zoltest::CountOpenFds());
-    EXPECT_EQ(maps, zoltest::CountSharedMappings());
-    EXPECT_EQ(0u, BlockCount());
-}
-
 // The log lines as engineers' tools parse them. A row is "<level> <owner> <function>: <message>"
 // with the owner P for the pool client "Cam", M for the manager "Cam", or "-" (no function) for
 // the allocator; '#' stands for a run of digits, '@' for an address.
