@@ -26,6 +26,7 @@ TEST(BufferCopy, SourceRowsLandInTheDestinationsRowsAndNothingElseMoves) {
     } rows[] = {
         {{0, 1}, {6, 6}, {4, 4}, {8, 11}, true, 4, 6, 2},  // strides differ
         {{0, 0}, {6, 4}, {4, 6}, {8, 8}, true, 4, 6, 2},   // transposed sizes match, no rotation
+        {{1, 1}, {4, 4}, {2, 2}, {8, 8}, true, 2, 4, 1},
         {{0, 0}, {6, 6}, {4, 3}, {8, 8}, false, 0, 0, 0},
         {{7, 5}, {5, 5}, {3, 3}, {12, 16}, true, 3, 10, 0},  // 16 bits, one plane
         {{5, 5}, {5, 5}, {0, 0}, {12, 16}, true, 0, 0, 0},
@@ -53,7 +54,7 @@ TEST(BufferCopy, SourceRowsLandInTheDestinationsRowsAndNothingElseMoves) {
     }
 }
 
-// The raw-file geometry of every format code for a 6-wide image: bytes per row of each plane
+// The raw-file geometry of every format code for an 8-wide image: bytes per row of each plane
 // (plane 1 has height / 2 rows), and whether dump and read-back handle the format at all.
 struct FormatCase {
     uint32_t format;
@@ -62,13 +63,12 @@ struct FormatCase {
 };
 
 const FormatCase kFormats[] = {
-    {0, 6, 6, true, true},    {1, 6, 6, true, true},    {2, 0, 0, false, false},
-    {3, 9, 0, true, true},    {4, 10, 0, true, false},  {5, 12, 0, true, true},
-    {6, 12, 12, true, true},  {7, 6, 0, true, true},    {8, 12, 0, true, false},
-    {9, 12, 0, true, false},  {10, 12, 0, true, false}, {11, 12, 0, true, false},
-    {12, 12, 0, true, false}, {13, 12, 0, true, false}, {14, 12, 0, true, false},
-    {15, 0, 0, false, false}, {16, 0, 0, false, false}, {0xFFFFFFFFu, 0, 0, false, false},
-};
+    {0, 8, 8, true, true},    {1, 8, 8, true, true},    {2, 0, 0, false, false},
+    {3, 12, 0, true, true},   {4, 14, 0, true, false},  {5, 16, 0, true, true},
+    {6, 16, 16, true, true},  {7, 8, 0, true, true},    {8, 16, 0, true, false},
+    {9, 16, 0, true, false},  {10, 16, 0, true, false}, {11, 16, 0, true, false},
+    {12, 16, 0, true, false}, {13, 16, 0, true, false}, {14, 16, 0, true, false},
+    {15, 0, 0, false, false}, {16, 0, 0, false, false}, {0xFFFFFFFFu, 0, 0, false, false}};
 
 class BufferFile : public ::testing::TestWithParam<FormatCase> {
 protected:
@@ -86,7 +86,7 @@ protected:
 TEST_P(BufferFile, DumpWritesThePayloadRowsOfEachPlane) {
     const FormatCase c = GetParam();
     for (uint32_t height : {5u, 1u}) {
-        TestImage image(c.format, 6, height, 16, 80, 3);
+        TestImage image(c.format, 8, height, 16, 80, 3);
         EXPECT_TRUE(ZOLBufferUtil::ZOLBufferDump(&image.buffer, path_.c_str()));
         EXPECT_EQ(c.dumped
                       ? image.Rows(0, height, c.rowBytes0) + image.Rows(1, height / 2, c.rowBytes1)
@@ -98,10 +98,10 @@ TEST_P(BufferFile, DumpWritesThePayloadRowsOfEachPlane) {
 
 TEST_P(BufferFile, ReadFillsThePayloadRowsAndClearsEightBytes) {
     const FormatCase c = GetParam();
-    const TestImage source(c.format, 6, 5, 16, 80, 50);  // the file holds more than any needs
+    const TestImage source(c.format, 8, 5, 16, 80, 50);  // the file holds more than any needs
     const std::string contents = source.Rows(0, 5, 16) + source.Rows(1, 5, 16);
     dir_.WriteFile("frame.yuv", contents);
-    TestImage image(c.format, 6, 5, 16, 80, 0);
+    TestImage image(c.format, 8, 5, 16, 80, 0);
     image.Fill(0xAA);
     ASSERT_TRUE(ZOLBufferUtil::ZOLReadBuffer(&image.buffer, &path_[0]));
     std::vector<uint8_t> expected[2] = {std::vector<uint8_t>(80, 0xAA),
@@ -176,6 +176,8 @@ TEST(BufferUtil, PlaneFunctionsMoveOneRowPerStrideAndIgnoreEmptyRequests) {
     ZOLBufferUtil::ZOLDumpPlane(file, const_cast<uint8_t*>(src), -1, 2, 4);  // no bytes
     rewind(file);
     uint8_t dst[10] = {};
+    ZOLBufferUtil::ZOLReadPlane(file, dst, 3, 0, 3);   // no rows: reads nothing at all
+    ZOLBufferUtil::ZOLReadPlane(file, dst, -1, 2, 3);  // no bytes
     ZOLBufferUtil::ZOLReadPlane(file, dst, 3, 3, 3);
     fclose(file);
     EXPECT_EQ(std::string("\1\2\3\4\5\6\7\10\11", 9), zoltest::ReadFile(path));
