@@ -26,11 +26,11 @@ TEST(BufferCopy, SourceRowsLandInTheDestinationsRowsAndNothingElseMoves) {
     } rows[] = {
         {{0, 1}, {6, 6}, {4, 4}, {8, 11}, true, 4, 6, 2},  // strides differ
         {{0, 0}, {6, 4}, {4, 6}, {8, 8}, true, 4, 6, 2},   // transposed sizes match, no rotation
-        {{1, 1}, {4, 4}, {2, 2}, {8, 8}, true, 2, 4, 1},
+        {{1, 7}, {4, 4}, {2, 2}, {8, 8}, true, 2, 4, 1},   // either format 0 or 1 will do
         {{0, 0}, {6, 6}, {4, 3}, {8, 8}, false, 0, 0, 0},
         {{7, 5}, {5, 5}, {3, 3}, {12, 16}, true, 3, 10, 0},  // 16 bits, one plane
         {{5, 5}, {5, 5}, {0, 0}, {12, 16}, true, 0, 0, 0},
-        {{5, 0}, {4, 1}, {1, 4}, {8, 8}, true, 1, 4, 0},  // two planes win; one row has no chroma
+        {{5, 1}, {4, 1}, {1, 4}, {8, 8}, true, 1, 4, 0},  // two planes win; one row has no chroma
         {{3, 7}, {4, 4}, {2, 2}, {8, 8}, false, 0, 0, 0},
         {{2, 14}, {4, 4}, {2, 2}, {8, 8}, false, 0, 0, 0},
         {{15, 3}, {4, 4}, {2, 2}, {8, 8}, false, 0, 0, 0},
@@ -178,6 +178,7 @@ TEST(BufferUtil, PlaneFunctionsMoveOneRowPerStrideAndIgnoreEmptyRequests) {
     uint8_t dst[10] = {};
     ZOLBufferUtil::ZOLReadPlane(file, dst, 3, 0, 3);   // no rows: reads nothing at all
     ZOLBufferUtil::ZOLReadPlane(file, dst, -1, 2, 3);  // no bytes
+    EXPECT_EQ(0, ftell(file));
     ZOLBufferUtil::ZOLReadPlane(file, dst, 3, 3, 3);
     fclose(file);
     EXPECT_EQ(std::string("\1\2\3\4\5\6\7\10\11", 9), zoltest::ReadFile(path));
