@@ -1,15 +1,15 @@
-// The offline log switched on by its property: the lines as `zoltools log` reads them, cuts,
-// files, rotation, the file cap, the memory pool, the settings file, exit with lines queued.
-// Every TEST is a process of its own, with a log of its own.
+// The offline log, switched on by its property (CMakeLists.txt) unless a test says otherwise:
+// the lines as `zoltools log` reads them, cuts, files, rotation, the file cap, the memory pool,
+// the switch, exit with lines queued, many threads at once. Every TEST is a process of its own.
 #include <gtest/gtest.h>
 
-#include <pthread.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <mutex>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -21,10 +21,12 @@
 
 namespace {
 
+using L = ZOLOfflineLog;
 constexpr const char* kLogDir = "/data/vendor/camera/offlinelog";
+constexpr const char* kSettings = "/vendor/etc/camera/camxoverridesettings.txt";
 
-ZOLOfflineLog* Log() {
-    return ZOLOfflineLog::GetInstance();
+L* Log() {
+    return L::GetInstance();
 }
 
 // A device root with the log directory. Nothing writes below it any more when it goes.
@@ -33,6 +35,7 @@ struct LogRoot : zoltest::DeviceRoot {
     ~LogRoot() { Log()->WaitForQueuedLines(); }
     std::string Dir() const { return Resolve(kLogDir); }
     std::vector<std::string> Files() const { return zoltest::ListDir(Dir()); }
+    std::string File(size_t i) const { return zoltest::ReadFile(Dir() + "/" + Files().at(i)); }
     std::vector<zoltool::LogLine> Lines() const { return zoltest::ReadOfflineLog(Dir()); }
 };
 
@@ -51,17 +54,16 @@ time_t Seconds(int year, int month, int day, int hour, int minute, int second) {
 TEST(OfflineLog, LinesCarryLevelLocalTimeAndIds) {
     LogRoot root;
     void (*const entries[])(const char*, ...) = {
-        ZOLOfflineLog::ZOLOfflineLogE,        ZOLOfflineLog::ZOLOfflineLogW,
-        ZOLOfflineLog::ZOLOfflineLogD,        ZOLOfflineLog::ZOLOfflineLogI,
-        ZOLOfflineLog::ZOLOfflineLogV,        ZOLOfflineLog::ZOLOfflineLogECapture,
-        ZOLOfflineLog::ZOLOfflineLogWCapture, ZOLOfflineLog::ZOLOfflineLogDCapture,
-        ZOLOfflineLog::ZOLOfflineLogICapture, ZOLOfflineLog::ZOLOfflineLogVCapture};
+        L::ZOLOfflineLogE,        L::ZOLOfflineLogW,        L::ZOLOfflineLogD,
+        L::ZOLOfflineLogI,        L::ZOLOfflineLogV,        L::ZOLOfflineLogECapture,
+        L::ZOLOfflineLogWCapture, L::ZOLOfflineLogDCapture, L::ZOLOfflineLogICapture,
+        L::ZOLOfflineLogVCapture};
     const int levels[] = {1, 4, 5, 0, 6, -1};         // given to PushLogToLogPool after them
     const std::string letters = "EWDIVEWDIVEIVVVVI";  // the last: a line of another thread
     const time_t before = time(nullptr);
     for (size_t i = 0; i < 16; ++i) {
         if (i < 10) {
-            entries[i]("row %zu%s", i, "");
+            entries[i]("row %zu", i);
             ASSERT_TRUE(Log()->WaitForQueuedLines());
         } else {
             LogInOrder("row " + std::to_string(i), levels[i - 10]);
@@ -70,7 +72,7 @@ TEST(OfflineLog, LinesCarryLevelLocalTimeAndIds) {
     pid_t otherTid = 0;
     std::thread([&] {
         otherTid = gettid();
-        ZOLOfflineLog::ZOLOfflineLogI("row 16");
+        L::ZOLOfflineLogI("row 16");
     }).join();
     ASSERT_TRUE(Log()->WaitForQueuedLines());
     const time_t after = time(nullptr);
@@ -87,14 +89,13 @@ TEST(OfflineLog, LinesCarryLevelLocalTimeAndIds) {
         EXPECT_TRUE(before <= t && t <= after) << line.text;
     }
     // One file, named after the time the first line made it.
-    const std::vector<std::string> files = root.Files();
-    ASSERT_EQ(1u, files.size());
+    ASSERT_EQ(1u, root.Files().size());
     int f[6];
     long micros;
-    ASSERT_EQ(7, sscanf(files[0].c_str(), "ZOLOfflineLog_%4d-%2d-%2d--%2d-%2d-%2d-%6ld.txt", &f[0],
-                        &f[1], &f[2], &f[3], &f[4], &f[5], &micros));
+    ASSERT_EQ(7, sscanf(root.Files()[0].c_str(), "ZOLOfflineLog_%4d-%2d-%2d--%2d-%2d-%2d-%6ld.txt",
+                        &f[0], &f[1], &f[2], &f[3], &f[4], &f[5], &micros));
     const time_t made = Seconds(f[0], f[1], f[2], f[3], f[4], f[5]);
-    EXPECT_TRUE(before <= made && made <= after) << files[0];
+    EXPECT_TRUE(before <= made && made <= after) << root.Files()[0];
 }
 
 // A line is cut to 2,047 characters and keeps its newline only when that fits too; the cut
@@ -113,7 +114,7 @@ TEST(OfflineLog, LongLinesAreCutTo2047Characters) {
     for (size_t i = 0; i < 3; ++i) {
         LogInOrder(std::string(rows[i].message, static_cast<char>('a' + i)));
     }
-    ZOLOfflineLog::ZOLOfflineLogI("%s", std::string(5000, 'm').c_str());  // cut when formatted
+    L::ZOLOfflineLogI("%s", std::string(5000, 'm').c_str());  // cut when formatted
     ASSERT_TRUE(Log()->WaitForQueuedLines());
     LogInOrder("after");
     const std::vector<zoltool::LogLine> lines = root.Lines();
@@ -123,8 +124,7 @@ TEST(OfflineLog, LongLinesAreCutTo2047Characters) {
     }
     EXPECT_EQ(std::string(2047 - stamp, 'm'), lines[4].message);
     EXPECT_EQ("after", lines[5].message);
-    EXPECT_EQ(stamp + 2 + 4 * 2047 + stamp + 6,
-              zoltest::ReadFile(root.Dir() + "/" + root.Files().at(0)).size());
+    EXPECT_EQ(stamp + 2 + 4 * 2047 + stamp + 6, root.File(0).size());
 }
 
 TEST(OfflineLog, LineThatWouldReachTheSizeLimitStartsANewFile) {
@@ -135,7 +135,7 @@ TEST(OfflineLog, LineThatWouldReachTheSizeLimitStartsANewFile) {
         std::string(len - 1, fill).append("\n").copy(param.logLine, len);
         return param;
     };
-    constexpr uint32_t kLimit = ZOLOfflineLog::kMaxLogFileSize;
+    constexpr uint32_t kLimit = L::kMaxLogFileSize;
     ZOLOfflineLogParameter full = line(2000, 'a');
     uint32_t written = 0;
     for (; kLimit - 10 - written >= 2000; written += 2000) {
@@ -147,10 +147,9 @@ TEST(OfflineLog, LineThatWouldReachTheSizeLimitStartsANewFile) {
     ASSERT_TRUE(Log()->FlushLogPoolToFile2(&nine));  // 9 more still fit
     ASSERT_EQ(1u, root.Files().size());
     ASSERT_TRUE(Log()->FlushLogPoolToFile2(&one));  // a single byte more would reach it
-    const std::vector<std::string> files = root.Files();
-    ASSERT_EQ(2u, files.size());
-    EXPECT_EQ(kLimit - 1, zoltest::ReadFile(root.Dir() + "/" + files[0]).size());
-    EXPECT_EQ("\n", zoltest::ReadFile(root.Dir() + "/" + files[1]));
+    ASSERT_EQ(2u, root.Files().size());
+    EXPECT_EQ(kLimit - 1, root.File(0).size());
+    EXPECT_EQ("\n", root.File(1));
 }
 
 // Files are named to the microsecond: the next one must wait for the clock to move on.
@@ -159,29 +158,11 @@ void NextMicrosecond() {
     zoltest::WaitUntil([&] { return zol::offlinelog::NewLogFilePath() != now; });
 }
 
-TEST(OfflineLog, The301stFileDeletesTheFirst) {
+// The memory pool goes to a file of its own, all or nothing, and is emptied; its files count
+// with the lines' files: the 301st file of the log, whichever made it, deletes the first.
+TEST(OfflineLog, PoolFilesAndLineFilesShareTheCapOf300) {
     LogRoot root;
-    ASSERT_TRUE(Log()->FlushLogPoolToFile());
-    const std::vector<std::string> first = root.Files();
-    for (int i = 1; i < 300; ++i) {
-        NextMicrosecond();
-        ASSERT_TRUE(Log()->FlushLogPoolToFile());
-    }
-    std::vector<std::string> files = root.Files();
-    ASSERT_EQ(300u, files.size());
-    ASSERT_EQ(first[0], files[0]);
-    NextMicrosecond();
-    LogInOrder("a line's new file counts as well");
-    files = root.Files();
-    EXPECT_EQ(300u, files.size());
-    EXPECT_NE(first[0], files[0]);
-}
-
-TEST(OfflineLog, MemoryPoolIsWrittenToAFileOfItsOwn) {
-    LogRoot root;
-    LogInOrder("queued");
-    const uint32_t room = ZOLOfflineLog::kLogPoolSize - 1;  // one byte stays for the zero
-    const std::string big(room - 13, 'p');
+    const std::string big(L::kLogPoolSize - 1 - 13, 'p');  // one byte stays for the zero
     const struct {
         std::string text;
         bool taken;
@@ -191,89 +172,111 @@ TEST(OfflineLog, MemoryPoolIsWrittenToAFileOfItsOwn) {
         EXPECT_EQ(row.taken, Log()->AppendToLogPool(row.text.data(), row.text.size()))
             << row.text.size();
     }
-    NextMicrosecond();
     ASSERT_TRUE(Log()->FlushLogPoolToFile());
-    NextMicrosecond();
-    ASSERT_TRUE(Log()->FlushLogPoolToFile());  // emptied by the first flush
-    LogInOrder("queued too");
-    const std::vector<std::string> files = root.Files();
-    ASSERT_EQ(3u, files.size());
-    EXPECT_EQ("pool one\n" + big + "1234", zoltest::ReadFile(root.Dir() + "/" + files[1]));
-    EXPECT_EQ("", zoltest::ReadFile(root.Dir() + "/" + files[2]));
-    EXPECT_EQ(2u, root.Lines().size()) << "lines go on in the current file";
     EXPECT_TRUE(Log()->AppendToLogPool("x", 1)) << "room again after the flush";
+    for (int i = 1; i < 300; ++i) {
+        NextMicrosecond();
+        ASSERT_TRUE(Log()->FlushLogPoolToFile());
+    }
+    const std::vector<std::string> files = root.Files();
+    ASSERT_EQ(300u, files.size());
+    EXPECT_EQ("pool one\n" + big + "1234", root.File(0));
+    EXPECT_EQ("x", root.File(1));
+    EXPECT_EQ("", root.File(2));
+    NextMicrosecond();
+    LogInOrder("a line's new file counts as well");
+    const std::vector<std::string> after = root.Files();
+    ASSERT_EQ(300u, after.size());
+    EXPECT_EQ(files[1], after[0]);
 }
 
-// Run on a small stack, as on whichever thread logs first: a long line costs no stack.
-TEST(OfflineLog, SettingsFileSwitch) {
-    static const struct {
-        const char* contents;  // nullptr: no file; "/": a directory in its place
+// The switch: the property, and else the settings file (nullptr: none; "/": a directory in its
+// place), whose last qualifying line decides; a long line costs no stack. Rows without a
+// property read the file alone; the others build a log in a child: decided once, when it is
+// built. Off, the workers run all the same, no memory pool exists, and a pool flush still
+// makes an (empty) file. On, lines carry the child's own ids.
+TEST(OfflineLog, SwitchedByThePropertyElseTheSettingsFile) {
+    // Far longer than any thread's stack could recurse through, a frame per character.
+    const std::string longLines = "ZOLOfflineLog" + std::string(2000000, 'x') + "=true\n" +
+                                  "ZOLOfflineLog=" + std::string(2000000, 'y') + "\n";
+    const struct {
+        const char* property;  // nullptr: the file alone; "": unset
+        const char* settings;
         bool on;
     } rows[] = {
-        {nullptr, false},
-        {"/", false},
-        {"ZOLOfflineLog=tRuE\n", true},
-        {"ZOLOfflineLogEnable = TRUE", true},  // a last line without newline counts
-        {"overrideLogLevels=0x1F\nZOLOfflineLog=TRUE\nfoo=false\n", true},
-        {"ZOLOfflineLogTrue=0\n", true},  // the words are looked for anywhere in the line
-        {"ZOLOfflineLogFalse=0\n", false},
-        {"ZOLOfflineLogFalse=true\n", true},  // true first
-        {"ZOLOfflineLog=true\nZOLOfflineLog=1\nZOLOfflineLog=0\n", true},
-        {"ZOLOfflineLog=true\nZOLOfflineLog=false\n", false},  // the last qualifying line decides
-        {"ZOLOfflineLog=true\n ZOLOfflineLog=false\n", true},  // the key starts the line
-        {"zolofflinelog=true\n", false},                       // in exact case
-        {"ZOLOfflineLog true\n", false},
-        {"ZOLOfflineLog=true\r\n", false},  // a carriage return never qualifies
-        {"ZOLOfflineLog=true\nZOLOfflineLog=false\r\n", true},
+        {nullptr, nullptr, false},
+        {nullptr, "/", false},
+        {nullptr, "ZOLOfflineLog=tRuE\n", true},
+        {nullptr, "ZOLOfflineLogEnable = TRUE", true},  // a last line without newline counts
+        {nullptr, "overrideLogLevels=0x1F\nZOLOfflineLog=TRUE\nfoo=false\n", true},
+        {nullptr, "ZOLOfflineLogTrue=0\n", true},  // the words are looked for anywhere
+        {nullptr, "ZOLOfflineLogFalse=0\n", false},
+        {nullptr, "ZOLOfflineLogFalse=true\n", true},  // true first
+        {nullptr, "ZOLOfflineLog=true\nZOLOfflineLog=1\nZOLOfflineLog=0\n", true},
+        {nullptr, "ZOLOfflineLog=true\nZOLOfflineLog=false\n", false},
+        {nullptr, "ZOLOfflineLog=true\n ZOLOfflineLog=false\n", true},  // the key starts a line
+        {nullptr, "zolofflinelog=true\n", false},                       // in exact case
+        {nullptr, "ZOLOfflineLog true\n", false},
+        {nullptr, "ZOLOfflineLog=true\r\n", false},  // a carriage return never qualifies
+        {nullptr, "ZOLOfflineLog=true\nZOLOfflineLog=false\r\n", true},
+        {nullptr, longLines.c_str(), true},
+        {"", nullptr, false},
+        {"", "ZOLOfflineLog=TRUE\n", true},
+        {"-1", "ZOLOfflineLog=false\n", false},
+        {"-1", "ZOLOfflineLog=true\n", true},
+        {"on", "ZOLOfflineLog=true\n", true},  // not a number: as unset
+        {"0", "ZOLOfflineLog=true\n", false},
+        {"-2", "ZOLOfflineLog=true\n", false},
+        {"5", "ZOLOfflineLog=false\n", true},
+        {"1", nullptr, true},
     };
-    static const std::string longLines = "ZOLOfflineLog" + std::string(200000, 'x') + "=true\n" +
-                                         "ZOLOfflineLog=" + std::string(200000, 'y') + "\n";
-    pthread_attr_t attr;
-    pthread_attr_init(&attr);
-    pthread_attr_setstacksize(&attr, 256 * 1024);
-    pthread_t thread;
-    ASSERT_EQ(0, pthread_create(
-                     &thread, &attr,
-                     [](void*) -> void* {
-                         for (const auto& row : rows) {
-                             zoltest::DeviceRoot root;
-                             const std::string file = "/vendor/etc/camera/camxoverridesettings.txt";
-                             if (row.contents != nullptr && std::string(row.contents) == "/") {
-                                 root.MakeDir(file);
-                             } else if (row.contents != nullptr) {
-                                 root.WriteFile(file, row.contents);
-                             }
-                             EXPECT_EQ(row.on, ZOLOfflineLog::ReadEnableFromOverrideSettingsFile())
-                                 << (row.contents ? row.contents : "(none)");
-                         }
-                         zoltest::DeviceRoot root;
-                         root.WriteFile("/vendor/etc/camera/camxoverridesettings.txt", longLines);
-                         EXPECT_TRUE(ZOLOfflineLog::ReadEnableFromOverrideSettingsFile());
-                         return nullptr;
-                     },
-                     nullptr));
-    pthread_join(thread, nullptr);
-    pthread_attr_destroy(&attr);
-}
-
-// The ids a line carries are kept once read, and read again in a forked child.
-TEST(OfflineLog, ForkedChildStampsItsOwnIds) {
-    ASSERT_EQ(getpid(), zol::offlinelog::ProcessId());
-    ASSERT_EQ(gettid(), zol::offlinelog::ThreadId());
-    EXPECT_EQ(0, zoltest::RunInChild([] {
-                  return zol::offlinelog::ProcessId() == getpid() &&
-                                 zol::offlinelog::ThreadId() == gettid()
-                             ? 0
-                             : 1;
-              }));
+    zol::offlinelog::ProcessId();  // kept once read: a child must read its own again
+    zol::offlinelog::ThreadId();
+    for (const auto& row : rows) {
+        const std::string what = std::string(row.property ? row.property : "(file)") + " " +
+                                 (row.settings ? std::string(row.settings, 0, 60) : "(none)");
+        zoltest::DeviceRoot root;
+        const std::string dir = root.MakeDir(kLogDir);
+        if (row.settings != nullptr && std::string(row.settings) == "/") {
+            root.MakeDir(kSettings);
+        } else if (row.settings != nullptr) {
+            root.WriteFile(kSettings, row.settings);
+        }
+        if (row.property == nullptr) {
+            bool on = !row.on;
+            std::thread([&] { on = L::ReadEnableFromOverrideSettingsFile(); }).join();
+            EXPECT_EQ(row.on, on) << what;
+            continue;
+        }
+        const int status = zoltest::RunInChild([&] {
+            const char* name = "persist.vendor.camera.zoltools.offlinelog";
+            *row.property ? setenv(name, row.property, 1) : unsetenv(name);
+            Log();
+            root.WriteFile(kSettings, row.on ? "ZOLOfflineLog=false\n" : "ZOLOfflineLog=true\n");
+            L::ZOLOfflineLogD("plain");
+            L::ZOLOfflineLogDCapture("capture");
+            const bool waited = Log()->WaitForQueuedLines();
+            const std::vector<zoltool::LogLine> lines = zoltest::ReadOfflineLog(dir);
+            bool ownIds = true;
+            for (const zoltool::LogLine& line : lines) {
+                ownIds = ownIds && line.pid == getpid() && line.tid == gettid();
+            }
+            const bool pooled = Log()->AppendToLogPool("x", 1);
+            const bool flushed = Log()->FlushLogPoolToFile();
+            return (waited ? 0 : 1) | (lines.size() == (row.on ? 2u : 0u) ? 0 : 2) |
+                   (pooled == row.on ? 0 : 4) | (ownIds ? 0 : 8) |
+                   (flushed && zoltest::ListDir(dir).size() == (row.on ? 2u : 1u) ? 0 : 16);
+        });
+        EXPECT_EQ(0, status) << what;
+    }
 }
 
 // Stands in for a static destructor that logs after the offline log is gone.
 void LogDuringExit() {
-    ZOLOfflineLog::ZOLOfflineLogE("too late");
-    ZOLOfflineLog::ZOLOfflineLogVCapture("too late");
+    L::ZOLOfflineLogE("too late");
+    L::ZOLOfflineLogVCapture("too late");
     ZOLOfflineLogParameter param = {};
-    ZOLOfflineLog::SaveLog(&param, sizeof(param));
+    L::SaveLog(&param, sizeof(param));
 }
 
 // Lines still queued at exit are dropped; what was written is whole lines.
@@ -281,14 +284,13 @@ TEST(OfflineLog, ProcessExitingWithLinesQueuedExitsCleanly) {
     LogRoot root;
     const int status = zoltest::RunInChild([] {
         std::atexit(LogDuringExit);  // before the log exists, so it runs after its destructor
-        ZOLOfflineLog::GetInstance();
-        const std::string pad(200, 'q');
+        Log();
         // Workers take on the submitter's context under this lock before each line: holding
         // it keeps them from writing, so nearly every line is still queued at the exit.
         {
             std::lock_guard<std::mutex> hold(ZOLThreadContextManager::m_threadIdToContextMapLock);
             for (int i = 0; i < 20000; ++i) {
-                ZOLOfflineLog::ZOLOfflineLogD("queued %d %s", i, pad.c_str());
+                L::ZOLOfflineLogD("queued %d %s", i, std::string(200, 'q').c_str());
             }
         }
         std::exit(0);
@@ -300,9 +302,40 @@ TEST(OfflineLog, ProcessExitingWithLinesQueuedExitsCleanly) {
     EXPECT_LT(lines.size(), 20000u);
     EXPECT_TRUE(damaged.empty());
     for (const zoltool::LogLine& line : lines) {
-        ASSERT_TRUE(zoltest::MatchesPattern(line.message, "queued # " + std::string(200, 'q')))
-            << line.text;
+        ASSERT_TRUE(zoltest::MatchesPattern(line.message, "queued # " + std::string(200, 'q')));
     }
+}
+
+// Threads logging at once across file rotations: every line reaches the files once and whole.
+TEST(OfflineLog, EveryLineOnceAndWholeAcrossRotations) {
+    constexpr int kLinesEach = 4000;  // of about 1,900 bytes: three files and more
+    const std::string pad(1800, '.');
+    LogRoot root;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([t, &pad] {
+            for (int i = 0; i < kLinesEach; ++i) {
+                L::ZOLOfflineLogI("T%d L%06d %s end", t, i, pad.c_str());
+                if (i % 1000 == 999) {
+                    Log()->WaitForQueuedLines();  // bounds the queue
+                }
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    ASSERT_TRUE(Log()->WaitForQueuedLines());
+    EXPECT_LE(2u, root.Files().size()) << "the lines must cross a rotation";
+    std::vector<zoltool::DamagedLine> damaged;
+    std::set<std::string> seen;
+    for (const zoltool::LogLine& line : zoltest::ReadOfflineLog(root.Dir(), &damaged)) {
+        ASSERT_TRUE(zoltest::MatchesPattern(line.message, "T# L# " + pad + " end")) << line.text;
+        ASSERT_TRUE(seen.insert(line.message).second) << "written twice: " << line.text;
+    }
+    EXPECT_TRUE(damaged.empty()) << damaged.front().Describe();
+    EXPECT_EQ(4u * kLinesEach, seen.size());
+    EXPECT_EQ(0u, Log()->DroppedLinesNoFile());
 }
 
 }  // namespace
