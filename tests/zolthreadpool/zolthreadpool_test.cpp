@@ -1,5 +1,5 @@
 // Every TEST is a process of its own: the calls recorded below and the context table are
-// process-wide.
+// process-wide. A worker out of memory is a fault test (tests/faults).
 #include <gtest/gtest.h>
 
 #include <pthread.h>
@@ -22,22 +22,14 @@ namespace {
 
 using CM = ZOLThreadContextManager;
 
-unsigned Tid() {
-    return static_cast<unsigned>(gettid());
-}
-
 ZOLThreadContext Context(uint64_t seed) {
-    ZOLThreadContext ctx;
-    for (uint64_t i = 0; i < 5; ++i) {
-        ctx.words[i] = (seed << 8) + i + 1;
-    }
-    return ctx;
+    return {{seed, seed << 8, seed << 16, seed << 24, seed << 32}};
 }
 
-// A task's run: its index, its thread and that thread's context entry while it ran.
+// A task's run: its index (the argument), its thread and that thread's context entry then.
 struct Call {
     int index;
-    unsigned tid;
+    pid_t tid;
     int contextResult;
     ZOLThreadContext context;
 };
@@ -62,10 +54,9 @@ std::vector<int> Ran(size_t n = 0) {
     return out;
 }
 
-// Task functions; the argument holds the task's index.
 void Record(void* arg, uint32_t argSize) {
     EXPECT_EQ(sizeof(int), argSize);
-    Call call{*static_cast<const int*>(arg), Tid(), 0, {}};
+    Call call{*static_cast<const int*>(arg), gettid(), 0, {}};
     call.contextResult = CM::GetContextByThreadId(call.tid, call.context);
     std::lock_guard<std::mutex> lock(g_mutex);
     g_calls.push_back(call);
@@ -77,7 +68,7 @@ void Blocking(void* arg, uint32_t argSize) {
 }
 void MapOwn(void* arg, uint32_t argSize) {  // the worker maps a context of its own first
     ZOLThreadContext own = Context(0xC0FFEE);
-    CM::MapContextToThreadId(Tid(), &own);
+    CM::MapContextToThreadId(gettid(), &own);
     Record(arg, argSize);
 }
 
@@ -89,11 +80,13 @@ void Submit(ZOLThreadPool& pool, const ZOLThreadPoolTask& task) {
     pool.m_taskCond.notify_one();
 }
 
-void Submit(ZOLThreadPool& pool, int index, void (*func)(void*, uint32_t) = Record,
-            unsigned ctxThreadId = 0) {
-    int* arg = static_cast<int*>(malloc(sizeof(int)));
-    *arg = index;
-    Submit(pool, {ZOLThreadPool::kCmdRun, func, arg, sizeof(int), ctxThreadId});
+// A malloc'ed argument holding a task's index.
+void* Index(int index) {
+    return memcpy(malloc(sizeof(int)), &index, sizeof(int));
+}
+
+void Submit(ZOLThreadPool& pool, int index, void (*func)(void*, uint32_t) = Record) {
+    Submit(pool, {ZOLThreadPool::kCmdRun, func, Index(index), sizeof(int), 0});
 }
 
 std::vector<uint32_t> PendingCommands(ZOLThreadPool& pool) {
@@ -105,11 +98,13 @@ std::vector<uint32_t> PendingCommands(ZOLThreadPool& pool) {
     return out;
 }
 
-// Records pending at DeInit of a pool never initialised are dropped, arguments freed (the leak
-// check sees it); those pending at Init are dropped without (ASan reports a free of `unowned`).
-// Each task then runs once, on a worker; Init works again after DeInit, and the destructor ends
-// the second run.
-TEST(ThreadPool, LifecycleRunsEveryTaskOnceOnAWorker) {
+// The life of a pool. Records pending at DeInit of a pool never initialised are dropped,
+// arguments freed (the leak check sees it); those pending at Init are dropped without (ASan
+// reports a free of `unowned`). Init reports workers that could not start. An exit record ends
+// exactly one worker; every other task runs once. DeInit drops what is pending unrun, then
+// still sends one exit record per started worker, behind the tasks running now. Init works
+// again after DeInit, and the destructor ends that run.
+TEST(ThreadPool, Lifecycle) {
     ZOLThreadPool pool;
     Submit(pool, -1);
     pool.DeInit();
@@ -118,125 +113,109 @@ TEST(ThreadPool, LifecycleRunsEveryTaskOnceOnAWorker) {
     Submit(pool, {ZOLThreadPool::kCmdRun, Record, &unowned, sizeof(int), 0});
     EXPECT_TRUE(pool.Init(0));
     EXPECT_TRUE(pool.m_workers.empty());
-    ASSERT_TRUE(pool.Init(4));
-    const std::set<long> handles(pool.m_workers.begin(), pool.m_workers.end());
-    EXPECT_EQ(4u, handles.size());
-    EXPECT_EQ(0u, handles.count(0));
-    std::vector<int> all(100);
-    for (int i = 0; i < 100; ++i) {
-        Submit(pool, all[i] = i);
-    }
-    EXPECT_EQ(all, Ran(100));
-    pool.DeInit();
-    EXPECT_TRUE(pool.m_workers.empty());
-    EXPECT_TRUE(PendingCommands(pool).empty()) << "every exit record was taken";
-    for (const Call& call : Calls()) {
-        EXPECT_NE(Tid(), call.tid);
-        EXPECT_EQ(3, call.contextResult) << "a record without a submitter lends no context";
-    }
-    ASSERT_TRUE(pool.Init(2));
-    Submit(pool, 100);
-    all.push_back(100);
-    EXPECT_EQ(all, Ran(101));
-}
-
-// With a default stack size no system can map, no thread starts: Init says so and lists none.
-TEST(ThreadPool, InitReportsWorkersThatCouldNotStart) {
+    // With a default stack size no system can map, no thread starts.
     pthread_attr_t original, huge;
     ASSERT_EQ(0, pthread_getattr_default_np(&original));
     ASSERT_EQ(0, pthread_attr_init(&huge));
     ASSERT_EQ(0, pthread_attr_setstacksize(&huge, size_t{1} << 60));
     ASSERT_EQ(0, pthread_setattr_default_np(&huge));
-    ZOLThreadPool pool;
     const bool started = pool.Init(3);
     const size_t workers = pool.m_workers.size();
     ASSERT_EQ(0, pthread_setattr_default_np(&original));
     EXPECT_FALSE(started);
     EXPECT_EQ(0u, workers);
-    EXPECT_TRUE(pool.Init(2));
-}
 
-// One worker takes records in order: once the final marker ran, every record before it was
-// handled. The leak check shows an argument not freed, ASan a free of `unowned`.
-TEST(ThreadPool, RecordsThatMustNotRunAreDropped) {
-    static int unowned = -1;
-    int* owned[2] = {static_cast<int*>(malloc(4)), static_cast<int*>(malloc(4))};
-    const ZOLThreadPoolTask rows[] = {
-        {2, Record, &unowned, 4, 0},            // unknown command: taken, argument kept
-        {0xFFFFFFFFu, Record, &unowned, 4, 0},  // likewise
-        {0, nullptr, owned[0], 4, 0},           // no function: argument freed
-        {0, nullptr, nullptr, 0, 0},            // nothing at all
-        {0, Record, nullptr, 8, 0},             // a size without a block
-        {0, Record, owned[1], 0, 0},            // a block without a size: freed
-    };
-    ZOLThreadPool pool;
-    ASSERT_TRUE(pool.Init(1));
-    for (const ZOLThreadPoolTask& row : rows) {
-        Submit(pool, row);
+    ASSERT_TRUE(pool.Init(3));
+    EXPECT_EQ(3u, std::set<long>(pool.m_workers.begin(), pool.m_workers.end()).size());
+    Submit(pool, {ZOLThreadPool::kCmdExit, nullptr, nullptr, 0, 0});
+    std::vector<int> all(100);
+    for (int i = 0; i < 100; ++i) {
+        Submit(pool, all[i] = i);
     }
-    Submit(pool, 99);
-    EXPECT_EQ(std::vector<int>{99}, Ran(1));
+    EXPECT_EQ(all, Ran(100));
+    g_open = false;
+    for (int i = 100; i < 105; ++i) {
+        Submit(pool, i, i < 103 ? Blocking : Record);
+    }
+    ASSERT_TRUE(zoltest::WaitUntil([&] { return g_blocked == 2; }));
+    EXPECT_EQ(3u, PendingCommands(pool).size()) << "the ended worker took nothing more";
+    // DeInit waits for the blocked workers, so it runs aside; the gate opens once the pending
+    // records were replaced by the three exit records.
+    std::thread deinit([&] { pool.DeInit(); });
+    EXPECT_TRUE(zoltest::WaitUntil([&] {
+        return PendingCommands(pool) == std::vector<uint32_t>(3, ZOLThreadPool::kCmdExit);
+    }));
+    g_open = true;
+    deinit.join();
+    all.insert(all.end(), {100, 101});
+    EXPECT_EQ(all, Ran());
+    EXPECT_TRUE(pool.m_workers.empty());
+    EXPECT_EQ(std::vector<uint32_t>{1}, PendingCommands(pool)) << "three for two live workers";
+    ASSERT_TRUE(pool.Init(2));
+    Submit(pool, 105);
+    all.push_back(105);
+    EXPECT_EQ(all, Ran(103));
 }
 
-// A record naming a submitter runs with a copy of its context (all zero when it has none; a
-// context the worker already has wins), and the worker's entry goes after the task.
-TEST(ThreadPool, WorkerTakesOnTheSubmittersContextForOneTask) {
+// One worker takes the records in order. Records that must not run are dropped (the leak check
+// shows an argument not freed, ASan a free of `unowned`); a record naming a submitter runs with
+// a copy of its context (all zero when it has none; a context the worker already has wins),
+// and the worker's entry goes after the task.
+TEST(ThreadPool, RecordsRunOrAreDroppedAndLendTheSubmittersContext) {
     constexpr unsigned kLender = 4000001, kNobody = 4000002;
     ZOLThreadContext lent = Context(42);
     ASSERT_EQ(0, CM::MapContextToThreadId(kLender, &lent));
+    static int unowned = -1;
+    enum Arg { kNone, kIndex, kOwned, kUnowned };
     const struct {
+        uint32_t cmd;
         void (*func)(void*, uint32_t);
+        Arg arg;
+        uint32_t argSize;
         unsigned submitter;
-        int contextResult;
-        uint64_t context;  // seed; 0: all zero
+        int contextResult;  // seen by the task; -1: the record does not run
+        uint64_t context;   // its seed; 0: all zero
     } rows[] = {
-        {Record, kLender, 0, 42}, {Record, 0, 3, 0},        {Record, kNobody, 0, 0},
-        {Record, 0, 3, 0},        {MapOwn, 0, 0, 0xC0FFEE}, {Record, kLender, 0, 0xC0FFEE},
-        {Record, 0, 3, 0},
+        {2, Record, kUnowned, 4, 0, -1, 0},  // unknown command: taken, argument kept
+        {0xFFFFFFFFu, Record, kUnowned, 4, 0, -1, 0},
+        {0, nullptr, kOwned, 4, 0, -1, 0},  // no function: argument freed
+        {0, nullptr, kNone, 0, 0, -1, 0},
+        {0, Record, kNone, 8, 0, -1, 0},   // a size without a block
+        {0, Record, kOwned, 0, 0, -1, 0},  // a block without a size: freed
+        {0, Record, kIndex, 4, kLender, 0, 42},
+        {0, Record, kIndex, 4, 0, 3, 0},
+        {0, Record, kIndex, 4, kNobody, 0, 0},
+        {0, Record, kIndex, 4, 0, 3, 0},
+        {0, MapOwn, kIndex, 4, 0, 0, 0xC0FFEE},
+        {0, Record, kIndex, 4, kLender, 0, 0xC0FFEE},
+        {0, Record, kIndex, 4, 0, 3, 0},
     };
     ZOLThreadPool pool;
     ASSERT_TRUE(pool.Init(1));
-    for (int i = 0; i < 7; ++i) {
-        Submit(pool, i, rows[i].func, rows[i].submitter);
+    std::vector<int> runs;
+    for (int i = 0; i < static_cast<int>(std::size(rows)); ++i) {
+        const auto& row = rows[i];
+        void* const arg = row.arg == kIndex     ? Index(i)
+                          : row.arg == kOwned   ? malloc(4)
+                          : row.arg == kUnowned ? &unowned
+                                                : nullptr;
+        Submit(pool, {row.cmd, row.func, arg, row.argSize, row.submitter});
+        if (row.contextResult >= 0) {
+            runs.push_back(i);
+        }
     }
-    Ran(7);
-    const std::vector<Call> calls = Calls();
-    for (int i = 0; i < 7; ++i) {
-        ASSERT_EQ(i, calls[i].index);
-        EXPECT_EQ(rows[i].contextResult, calls[i].contextResult) << i;
-        const ZOLThreadContext want =
-            rows[i].context ? Context(rows[i].context) : ZOLThreadContext{};
-        if (rows[i].contextResult == 0) {
-            EXPECT_EQ(0, memcmp(&want, &calls[i].context, sizeof(want))) << i;
+    ASSERT_EQ(runs, Ran(runs.size()));
+    for (const Call& call : Calls()) {
+        const auto& row = rows[call.index];
+        EXPECT_EQ(row.contextResult, call.contextResult) << call.index;
+        const ZOLThreadContext want = row.context ? Context(row.context) : ZOLThreadContext{};
+        if (row.contextResult == 0) {
+            EXPECT_EQ(0, memcmp(&want, &call.context, sizeof(want))) << call.index;
         }
     }
     pool.DeInit();
     EXPECT_EQ(1u, CM::m_threadIdToContextMap.size()) << "only the lender's own entry is left";
-}
-
-// An exit record ends exactly one worker; DeInit drops what is pending unrun, then still sends
-// one exit record per started worker, behind the tasks running now.
-TEST(ThreadPool, ExitRecordsAndDeInitWithBusyWorkers) {
-    g_open = false;
-    ZOLThreadPool pool;
-    ASSERT_TRUE(pool.Init(3));
-    Submit(pool, {ZOLThreadPool::kCmdExit, nullptr, nullptr, 0, 0});
-    for (int i = 0; i < 6; ++i) {
-        Submit(pool, i, i < 3 ? Blocking : Record);
-    }
-    ASSERT_TRUE(zoltest::WaitUntil([&] { return g_blocked == 2; }));
-    EXPECT_EQ(4u, PendingCommands(pool).size()) << "the ended worker took nothing more";
-    // DeInit waits for the blocked workers, so it runs aside; the gate opens once the pending
-    // records were replaced by the three exit records.
-    std::thread deinit([&] { pool.DeInit(); });
-    EXPECT_TRUE(zoltest::WaitUntil([&] { return PendingCommands(pool).size() == 3; }));
-    EXPECT_EQ(std::vector<uint32_t>(3, ZOLThreadPool::kCmdExit), PendingCommands(pool));
-    g_open = true;
-    deinit.join();
-    EXPECT_EQ((std::vector<int>{0, 1}), Ran());
-    EXPECT_NE(Calls()[0].tid, Calls()[1].tid);
-    EXPECT_TRUE(pool.m_workers.empty());
-    EXPECT_EQ(std::vector<uint32_t>{1}, PendingCommands(pool)) << "three for two live workers";
+    EXPECT_EQ(runs, Ran()) << "nothing ran after the last record";
 }
 
 }  // namespace
