@@ -23,9 +23,7 @@ bool ShouldFail() {
     if (mode == 0) {
         return false;
     }
-    const bool owner = pthread_equal(pthread_self(), g_owner.load()) != 0;
-    const bool fail =
-        mode == static_cast<int>(faults::FailAllocations::kOnThisThread) ? owner : !owner;
+    const bool fail = pthread_equal(pthread_self(), g_owner.load()) != 0;
     if (fail) {
         g_failed.fetch_add(1);
         errno = ENOMEM;

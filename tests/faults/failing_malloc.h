@@ -8,8 +8,7 @@ namespace faults {
 
 enum class FailAllocations {
     kNever,
-    kOnThisThread,    // only on the thread that switched it on
-    kOnOtherThreads,  // on every thread but the one that switched it on
+    kOnThisThread,  // only on the thread that switched it on
 };
 
 // Switches failing on or off for the whole process; returns how many allocations failed since

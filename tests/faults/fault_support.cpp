@@ -3,7 +3,6 @@
 #include <dirent.h>
 #include <sched.h>
 #include <sys/mount.h>
-#include <sys/stat.h>
 
 #include <unistd.h>
 
@@ -15,17 +14,6 @@
 #include "zoltest.h"
 
 namespace faults {
-
-ScopedLimit::ScopedLimit(int resource, rlim_t soft) : m_resource(resource) {
-    getrlimit(resource, &m_saved);
-    rlimit limit = m_saved;
-    limit.rlim_cur = soft;
-    setrlimit(resource, &limit);
-}
-
-ScopedLimit::~ScopedLimit() {
-    setrlimit(m_resource, &m_saved);
-}
 
 NoMoreDescriptors::NoMoreDescriptors() {
     getrlimit(RLIMIT_NOFILE, &m_saved);
@@ -91,33 +79,6 @@ std::vector<std::string> ReadLines(const std::string& dir) {
         }
     }
     return lines;
-}
-
-size_t DirBytes(const std::string& dir) {
-    size_t total = 0;
-    for (const std::string& name : zoltest::ListDir(dir)) {
-        struct stat st;
-        if (stat((dir + "/" + name).c_str(), &st) == 0 && S_ISREG(st.st_mode)) {
-            total += static_cast<size_t>(st.st_size);
-        }
-    }
-    return total;
-}
-
-bool IsWholeLogLine(const std::string& line) {
-    static const std::string kStamp = "dd-dd dd:dd:dd:ddddddddd  ";  // d: a digit
-    if (line.size() < kStamp.size()) {
-        return false;
-    }
-    for (size_t i = 0; i < kStamp.size(); ++i) {
-        const bool digit = line[i] >= '0' && line[i] <= '9';
-        if (kStamp[i] == 'd' ? !digit : line[i] != kStamp[i]) {
-            return false;
-        }
-    }
-    const size_t zol = line.find(" ZOL: ", kStamp.size());
-    return zol != std::string::npos && zol >= 2 &&
-           std::string("EWDIV").find(line[zol - 1]) != std::string::npos && line[zol - 2] == ' ';
 }
 
 }  // namespace faults
