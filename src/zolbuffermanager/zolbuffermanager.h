@@ -62,8 +62,8 @@ public:
     ZOLBufferAllocator& operator=(const ZOLBufferAllocator&) = delete;
 
     // A new system-heap buffer of `size` bytes mapped shared read-write: 0 with *ppBuffer and
-    // fd set, or -1. Only a null mapping counts as failure (the descriptor is then closed but
-    // left in fd); an mmap failure address (MAP_FAILED) is handed back as it is.
+    // fd set, or -1. A mapping that fails (null or MAP_FAILED) leaves *ppBuffer null and the
+    // descriptor closed, its number still in fd.
     int AllocDMABuffer(unsigned long size, char** ppBuffer, int& fd);
     // Unmaps pBuffer (when non-null) and closes fd (when not negative; fd becomes -1). Returns
     // close's result, or the negative fd unchanged.
