@@ -1,0 +1,111 @@
+// The buffer subsystem in a hostile process: an address space too small for a mapping, a named
+// pool destroyed while a manager holds blocks, cache syncs of descriptors that are not open,
+// and a process that exits while other threads are inside buffer managers.
+#include <spawn.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <functional>
+#include <string>
+
+#include "zolbuffermanager.h"
+#include "zolofflinelog.h"
+#include "zoltest.h"
+
+extern char** environ;
+
+namespace {
+
+TEST(BuffersHostile, AMappingThatFailsIsAFailedAllocation) {
+    if (access("/dev/dma_heap/system", R_OK) == 0) {
+        GTEST_SKIP() << "a real DMA heap would fail before mapping";
+    }
+    ZOLOfflineLog::GetInstance();  // its workers' stacks are mapped before the limit
+    unsigned long pages = 0;
+    FILE* statm = fopen("/proc/self/statm", "r");
+    ASSERT_TRUE(statm != nullptr && fscanf(statm, "%lu", &pages) == 1);
+    fclose(statm);
+    rlimit saved;
+    getrlimit(RLIMIT_AS, &saved);
+    rlimit limit = saved;
+    // 256 MiB more than is mapped now (a sanitizer's shadow included): 1 GiB cannot be mapped.
+    limit.rlim_cur = pages * sysconf(_SC_PAGESIZE) + (256ul << 20);
+
+    ZOLBufferAllocator allocator;
+    const int fds = zoltest::CountOpenFds();
+    zoltest::LogCapture log;
+    char* buffer = nullptr;
+    int fd = -1;
+    ASSERT_EQ(0, setrlimit(RLIMIT_AS, &limit));
+    const int result = allocator.AllocDMABuffer(1ul << 30, &buffer, fd);
+    setrlimit(RLIMIT_AS, &saved);
+    EXPECT_EQ(-1, result);
+    EXPECT_EQ(nullptr, buffer);
+    EXPECT_EQ(fds, zoltest::CountOpenFds()) << "the descriptor is given back";
+    EXPECT_EQ(1u, log.Count("Mmap DMA Buffer fail, pBuffer is nullptr"));
+}
+
+TEST(BuffersHostile, ANamedPoolDestroyedFirstLeavesItsBlocksRefused) {
+    // A named pool is not counted as a client but leaves as one: its destruction runs the
+    // last-client release while the manager holds blocks. The manager is then kept to the
+    // end, as destroying it would take the count below zero (fatal).
+    static ZOLBufferManager* held[2];
+    for (ZOLBufferType type : {ZOL_BUFFER_TYPE_HEAP, ZOL_BUFFER_TYPE_DMA}) {
+        ZOLBufferManager*& manager = held[type];
+        manager = new ZOLBufferManager("Held");
+        void* blocks[2] = {};
+        int fd = 0;
+        for (void*& block : blocks) {
+            ASSERT_TRUE(manager->AllocBuffer(4096, &block, fd, type));
+        }
+        // The last client out gives back the lowest busy block, and releases it.
+        { ZOLBufferPool named("Named"); }
+        const bool firstIsLower = std::less<void*>()(blocks[0], blocks[1]);
+        void* taken = blocks[firstIsLower ? 0 : 1];
+        zoltest::LogCapture log;
+        EXPECT_FALSE(manager->FreeBuffer(taken)) << type;
+        EXPECT_EQ(1u, log.Count("Free buffer failed, this buffer not alloced by this buffer "
+                                "manager, pBuf: " +
+                                zoltest::Address(taken) + ", buffer manager name: Held"));
+        EXPECT_TRUE(manager->FreeBuffer(blocks[firstIsLower ? 1 : 0])) << type;
+    }
+}
+
+TEST(BuffersHostile, HostSyncRefusesDescriptorsThatAreNotOpen) {
+    ZOLBufferAllocator allocator;
+    char* buffer = nullptr;
+    int open = -1;
+    ASSERT_EQ(0, allocator.AllocDMABuffer(4096, &buffer, open));
+    const int closed = dup(open);
+    close(closed);
+    const struct {
+        const char* what;
+        int fd;
+        int result;
+    } kCases[] = {{"-1", -1, -EBADF}, {"closed", closed, -EBADF}, {"open", open, 0}};
+    for (const auto& c : kCases) {
+        EXPECT_EQ(c.result, allocator.StartCPUSync(c.fd, ZOL_CPU_SYNC_READ_WRITE)) << c.what;
+        EXPECT_EQ(c.result, allocator.EndCPUSync(c.fd)) << c.what;
+    }
+    allocator.DeallocDMABuffer(4096, buffer, open);
+}
+
+TEST(BuffersHostile, ExitWhileThreadsAreInsideBufferManagers) {
+    std::string helper = ZOL_BUFFERS_EXIT_HELPER;
+    char* argv[] = {&helper[0], nullptr};
+    for (int run = 0; run < 50; ++run) {
+        pid_t pid = 0;
+        ASSERT_EQ(0, posix_spawn(&pid, helper.c_str(), nullptr, nullptr, argv, environ));
+        int status = 0;
+        ASSERT_EQ(pid, waitpid(pid, &status, 0));
+        ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0)
+            << "run " << run << " ended with status " << status;
+    }
+}
+
+}  // namespace
