@@ -11,3 +11,10 @@ tools/install-deps.sh
 cmake --preset "$preset" -DZOL_WERROR=ON >/dev/null
 cmake --build --preset "$preset" -j "$(nproc)"
 ctest --preset "$preset" -j "$(nproc)"
+# ctest names the tests it skipped but not why; each one's output says it.
+log="build/$preset/Testing/Temporary/LastTest.log"
+if grep -q ': Skipped$' "$log" 2>/dev/null; then
+    echo "Why tests were skipped:"
+    awk '/: Skipped$/ { where = $1; sub(".*/", "", where); getline; print "  " where " " $0 }' \
+        "$log" | sort -u
+fi

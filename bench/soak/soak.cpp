@@ -2,8 +2,10 @@
 // and offline logging, signal tasks, thread-pool work and pressure readings, with invariants
 // checked as it goes (soak_workload.cpp). It samples its resident memory and open descriptors,
 // reports operations, RSS and descriptors at the start and end of the measured phase, and exits
-// non-zero on a broken invariant, descriptors that grow (or are not all given back once every
-// manager is gone), steady RSS growth, or offline-log lines that did not reach their file.
+// non-zero on a broken invariant (a block in two holders' hands, a block lost or counted busy
+// after its free, more than ten free blocks of a size), descriptors that grow (or, with
+// mappings, are not all given back once every manager is gone), steady RSS growth, or
+// offline-log lines that did not reach their file. ctest runs it for a few seconds.
 //
 //   zol_soak [--threads N] [--seconds T] [--warmup S] [--max-rss-growth-mib M] [--log-level L]
 //
@@ -132,6 +134,7 @@ int main(int argc, char** argv) {
     ZOLOfflineLog* log = ZOLOfflineLog::GetInstance();
     ZOLSignalTask::instance();
     const int fdsBeforeManagers = soak::OpenDescriptors();
+    const int mapsBeforeManagers = soak::SharedMappings();
 
     std::printf("zol_soak: %d threads, %.0f s (warm-up %.0f s), log level %d\n", options.threads,
                 options.seconds, options.warmup, options.logLevel);
@@ -166,6 +169,12 @@ int main(int argc, char** argv) {
             t.join();
         }
         workload.DrainPool();
+        // Every block is back: the only descriptors added are those of the free DMA blocks.
+        const size_t freeDma = workload.CheckPool();
+        if (!log->WaitForQueuedLines() ||
+            soak::OpenDescriptors() != fdsBeforeManagers + static_cast<int>(freeDma)) {
+            workload.Violation("descriptors other than those of the free DMA blocks are open");
+        }
         soak::Counts& c = workload.counts();
         operations = c.Operations();
         logged = c.debugLines + c.offlineLines;
@@ -198,6 +207,7 @@ int main(int argc, char** argv) {
         ++failures;
     }
     const int fdsAfter = soak::OpenDescriptors();
+    const int mapsAfter = soak::SharedMappings();
 
     const long rssGrowth = soak::SteadyGrowthKiB(rss);
     const long fdGrowth = soak::SteadyGrowthKiB(std::vector<long>(fds.begin(), fds.end()));
@@ -205,15 +215,17 @@ int main(int argc, char** argv) {
                 MiB(rss.empty() ? 0 : rss.front()), MiB(rss.empty() ? 0 : rss.back()),
                 MiB(rssGrowth), options.maxRssGrowthMiB);
     std::printf(
-        "fds: start %ld, end %ld, steady growth %ld; %d before the managers, %d after them\n",
+        "fds: start %ld, end %ld, steady growth %ld; %d before the managers, %d after them; "
+        "shared mappings %d before, %d after\n",
         fds.empty() ? 0L : fds.front(), fds.empty() ? 0L : fds.back(), fdGrowth, fdsBeforeManagers,
-        fdsAfter);
+        fdsAfter, mapsBeforeManagers, mapsAfter);
     if (rssGrowth > options.maxRssGrowthMiB * 1024) {
         std::printf("FAIL: resident memory keeps growing\n");
         ++failures;
     }
-    if (fdGrowth > kMaxFdGrowth || fdsAfter != fdsBeforeManagers) {
-        std::printf("FAIL: descriptors grow or were not all given back\n");
+    if (fdGrowth > kMaxFdGrowth || fdsAfter != fdsBeforeManagers ||
+        mapsAfter != mapsBeforeManagers) {
+        std::printf("FAIL: descriptors or mappings grow or were not all given back\n");
         ++failures;
     }
 

@@ -1,4 +1,4 @@
-// What the soak measures of its own process: resident memory and open descriptors.
+// What the soak measures of its own process: resident memory, open descriptors and mappings.
 #pragma once
 
 #include <cstddef>
@@ -10,6 +10,9 @@ namespace soak {
 long ResidentKiB();
 // Open descriptors (entries of /proc/self/fd, the listing's own excluded).
 int OpenDescriptors();
+// Shared mappings (lines of /proc/self/maps whose permissions end in 's'): DMA buffers are
+// mapped shared, and unlike the other mappings they do not move with the heap.
+int SharedMappings();
 
 // Growth of a series of RSS samples: the median of its last quarter minus the median of its
 // first quarter, so that a one-off peak or a slow start does not count as growth.

@@ -166,6 +166,7 @@ private:
             m_w.Violation("a raw buffer could not be allocated");
             return;
         }
+        m_w.BlockOut(held.address);
         if (held.type == ZOL_BUFFER_TYPE_DMA &&
             !held.manager->StartCPUSync(held.fd, ZOL_CPU_SYNC_WRITE)) {
             m_w.Violation("StartCPUSync failed on a DMA buffer");
@@ -187,6 +188,7 @@ private:
         if (!AllBytesAre(held.address, held.size, held.pattern)) {
             m_w.Violation("a held raw buffer changed under its holder");
         }
+        m_w.BlockBack(held.address);
         if (!held.manager->FreeBuffer(held.address)) {
             m_w.Violation("FreeBuffer refused a buffer of its own manager");
         }
@@ -207,6 +209,8 @@ private:
             m_w.Violation("an image could not be allocated as documented");
             return;
         }
+        m_w.BlockOut(image.Addr[0]);
+        m_w.BlockOut(image.Addr[1]);
         held.sizes[0] = image.planeStride * image.sliceHeight;
         held.sizes[1] = held.sizes[0] / 2;
         // The image form synchronises fd0 only and reports false for an image with planes.
@@ -232,6 +236,7 @@ private:
             if (!AllBytesAre(held.image.Addr[p], held.sizes[p], held.pattern)) {
                 m_w.Violation("a held image plane changed under its holder");
             }
+            m_w.BlockBack(held.image.Addr[p]);
         }
         held.manager->FreeBuffer(held.image);
         m_counts.images.fetch_add(1);
@@ -343,6 +348,8 @@ private:
             m_w.Violation("a short-lived manager could not allocate");
             return;
         }
+        m_w.BlockOut(address);
+        m_w.BlockBack(address);
         // Left for the destructor to return half of the time.
         if (m_random() % 2 && !manager.FreeBuffer(address)) {
             m_w.Violation("a short-lived manager refused its own buffer");
@@ -414,6 +421,48 @@ void Workload::Violation(const char* what) {
     if (m_firstViolation.empty()) {
         m_firstViolation = what;
     }
+}
+
+void Workload::BlockOut(const void* block) {
+    std::lock_guard<std::mutex> lock(m_ledgerMutex);
+    if (!m_ledger.insert(block).second) {
+        Violation("a block was handed out while another holder had it");
+    }
+}
+
+void Workload::BlockBack(const void* block) {
+    std::lock_guard<std::mutex> lock(m_ledgerMutex);
+    if (m_ledger.erase(block) != 1) {
+        Violation("a block was given back that was not out");
+    }
+}
+
+size_t Workload::CheckPool() {
+    {
+        std::lock_guard<std::mutex> lock(m_ledgerMutex);
+        if (!m_ledger.empty()) {
+            Violation("blocks are still out after every thread gave its blocks back");
+        }
+    }
+    {
+        std::lock_guard<std::mutex> lock(ZOLBufferPool::m_busyBufferListLock);
+        if (!ZOLBufferPool::m_busyBufferList.empty()) {
+            Violation("the pool counts blocks as busy that every holder freed");
+        }
+    }
+    size_t freeDma = 0;
+    std::lock_guard<std::mutex> lock(ZOLBufferPool::m_freeBufferListLock);
+    for (const auto& freeList : ZOLBufferPool::m_freeBufferList) {
+        for (const auto& sizeAndQueue : freeList) {
+            if (sizeAndQueue.second.size() > 10) {
+                Violation("more than ten free blocks of one size and type");
+            }
+            if (&freeList == &ZOLBufferPool::m_freeBufferList[ZOL_BUFFER_TYPE_DMA]) {
+                freeDma += sizeAndQueue.second.size();
+            }
+        }
+    }
+    return freeDma;
 }
 
 std::string Workload::FirstViolation() const {

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 
 #include "zolbuffermanager.h"
@@ -52,12 +53,27 @@ public:
     // Reports a broken invariant (thread-safe); the run fails.
     void Violation(const char* what);
 
+    // The ledger of blocks handed out and not yet given back, over every thread and manager.
+    // A block handed out while the ledger holds it would be in two holders' hands at once. A
+    // holder takes its block off the ledger before it frees it (after that, the pool may hand
+    // it to someone else at once).
+    void BlockOut(const void* block);
+    void BlockBack(const void* block);
+
+    // Once the threads are done: the ledger and the pool's busy list are empty and no size and
+    // type has more than ten free blocks (each broken rule is a violation). Gives the number of
+    // free DMA blocks, each of which holds a descriptor and a shared mapping until the last
+    // manager goes.
+    size_t CheckPool();
+
 private:
     Counts m_counts;
     ZOLBufferManager m_shared{"soak-shared"};  // used by every thread
     ZOLThreadPool m_pool;
     mutable std::mutex m_violationMutex;
     std::string m_firstViolation;  // guarded by m_violationMutex
+    std::mutex m_ledgerMutex;
+    std::set<const void*> m_ledger;  // guarded by m_ledgerMutex
 };
 
 }  // namespace soak

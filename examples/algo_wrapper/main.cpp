@@ -2,7 +2,7 @@
 // for buffers, colour conversion, the debug and offline logs, save-and-replay of the
 // algorithm's inputs, and the pressure-stall probe.
 //
-//   algo_wrapper [--frames N] [--size WxH] [--root DIR] [--verbose]
+//   algo_wrapper [--frames N] [--size WxH] [--root DIR] [--verbose] [--help]
 //
 // It works under a device root (default ./zol-root; $ZOL_DEVICE_ROOT when set), creating what
 // the library expects there. The first process runs N invocations in save mode: each draws a
@@ -13,6 +13,7 @@
 // the first run produced. Last come the pressure-stall averages and a summary of where things
 // are. Exit status: 0 when the replay reproduced every output.
 #include <android/log.h>
+#include <limits.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -47,42 +48,94 @@ struct Options {
     bool verbose = false;
 };
 
+constexpr char kLogPriorityVariable[] = "ZOL_HOST_LOG_PRIORITY";
+
 void Usage(FILE* to) {
     std::fprintf(to,
                  "usage: algo_wrapper [--frames N] [--size WxH] [--root DIR] [--verbose]\n"
                  "  --frames N   invocations to save and replay (1 to 100, default 4)\n"
-                 "  --size WxH   image size (even, default 640x480)\n"
+                 "  --size WxH   image size (even, 2 to 8192 each, default 640x480)\n"
                  "  --root DIR   device root (default $ZOL_DEVICE_ROOT, else ./zol-root)\n"
-                 "  --verbose    show every library log line on stderr too\n");
+                 "  --verbose    every library log line on stderr too, D and V included (the\n"
+                 "               same as running it with %s=V); by default only\n"
+                 "               warnings and errors show, and the offline log gets everything\n",
+                 kLogPriorityVariable);
 }
 
-bool ParseOptions(int argc, char** argv, Options& options) {
+// False with `error` saying which argument is wrong and why; `help` for --help.
+bool ParseOptions(int argc, char** argv, Options& options, bool& help, std::string& error) {
     for (int i = 1; i < argc; ++i) {
         const std::string arg = argv[i];
-        const bool hasValue = i + 1 < argc;
-        if (arg == "--frames" && hasValue) {
-            options.frames = static_cast<uint32_t>(std::strtoul(argv[++i], nullptr, 10));
-        } else if (arg == "--size" && hasValue) {
+        const bool takesValue = arg == "--frames" || arg == "--size" || arg == "--root";
+        if (takesValue && i + 1 >= argc) {
+            error = arg + " needs a value";
+            return false;
+        }
+        const std::string value = takesValue ? argv[++i] : "";
+        if (arg == "--frames") {
+            char* end = nullptr;
+            const unsigned long n = std::strtoul(value.c_str(), &end, 10);
+            if (value.empty() || *end != '\0' || value[0] == '-' || n < 1 || n > 100) {
+                error = "--frames " + value + ": expected 1 to 100";
+                return false;
+            }
+            options.frames = static_cast<uint32_t>(n);
+        } else if (arg == "--size") {
             unsigned w = 0, h = 0;
             char extra;
-            if (std::sscanf(argv[++i], "%ux%u%c", &w, &h, &extra) != 2) {
+            if (std::sscanf(value.c_str(), "%ux%u%c", &w, &h, &extra) != 2 || w < 2 || h < 2 ||
+                w > 8192 || h > 8192 || w % 2 != 0 || h % 2 != 0) {
+                error =
+                    "--size " + value + ": expected WxH, each even and 2 to 8192 (e.g. 640x480)";
                 return false;
             }
             options.width = w;
             options.height = h;
-        } else if (arg == "--root" && hasValue) {
-            options.root = argv[++i];
+        } else if (arg == "--root") {
+            options.root = value;
         } else if (arg == "--replay") {
             options.replay = true;
         } else if (arg == "--verbose") {
             options.verbose = true;
+        } else if (arg == "--help" || arg == "-h") {
+            help = true;
         } else {
+            error = arg + ": not an option";
             return false;
         }
     }
-    return options.frames >= 1 && options.frames <= 100 && options.width >= 2 &&
-           options.width <= 8192 && options.height >= 2 && options.height <= 8192 &&
-           options.width % 2 == 0 && options.height % 2 == 0;
+    return true;
+}
+
+// --verbose is the library's host log switch: it is read when the library loads, so the
+// program starts itself again with it set. False when that could not be done (then liblog is
+// told directly, as the switch would have).
+bool RestartWithEveryLogLine(char** argv) {
+    setenv(kLogPriorityVariable, "V", 1);
+    execv("/proc/self/exe", argv);
+    std::perror("algo_wrapper: cannot restart with every log line");
+    __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
+    return false;
+}
+
+// The zoltools beside this program (installed, both are in <prefix>/bin; in the build tree it
+// is tools/zoltools), so that the commands in the summary work as they are printed.
+std::string ZoltoolsCommand() {
+    char self[PATH_MAX];
+    const ssize_t n = readlink("/proc/self/exe", self, sizeof(self) - 1);
+    if (n > 0) {
+        self[n] = '\0';
+        std::string dir(self);
+        dir.erase(dir.rfind('/'));
+        for (const char* relative : {"/zoltools", "/../../tools/zoltools"}) {
+            char resolved[PATH_MAX];
+            if (realpath((dir + relative).c_str(), resolved) != nullptr &&
+                access(resolved, X_OK) == 0) {
+                return resolved;
+            }
+        }
+    }
+    return "zoltools";
 }
 
 std::string OutputName(const char* kind, uint32_t frame, const Options& options) {
@@ -201,16 +254,28 @@ void FlushOfflineLog() {
 
 int main(int argc, char** argv) {
     Options options;
-    if (!ParseOptions(argc, argv, options)) {
+    bool help = false;
+    std::string error;
+    if (!ParseOptions(argc, argv, options, help, error)) {
+        std::fprintf(stderr, "algo_wrapper: %s\n", error.c_str());
         Usage(stderr);
         return 2;
+    }
+    if (help) {
+        Usage(stdout);
+        return 0;
+    }
+    const char* priority = std::getenv(kLogPriorityVariable);
+    if (options.verbose && (priority == nullptr || std::strcmp(priority, "V") != 0)) {
+        RestartWithEveryLogLine(argv);
     }
     if (options.root.empty()) {
         const char* env = std::getenv("ZOL_DEVICE_ROOT");
         options.root = env != nullptr && *env != '\0' ? env : "zol-root";
     }
-    // Keep the console to warnings and errors; every line still goes to the offline log.
-    if (!options.verbose) {
+    // Keep the console to warnings and errors, unless the user chose otherwise; every line
+    // still goes to the offline log.
+    if (!options.verbose && priority == nullptr) {
         __android_log_set_minimum_priority(ANDROID_LOG_WARN);
     }
     example::DeviceSandbox sandbox(options.root);
@@ -233,7 +298,6 @@ int main(int argc, char** argv) {
         return 2;
     }
 
-    std::string error;
     if (!sandbox.Prepare(error)) {
         std::fprintf(stderr, "algo_wrapper: cannot prepare the device root: %s\n", error.c_str());
         return 1;
@@ -295,8 +359,8 @@ int main(int argc, char** argv) {
                     name.c_str());
     }
     const char* root = sandbox.root().c_str();
-    std::printf("\n  PNGs             %s/png/, made by: zoltools inspect --png %s/png %s\n", root,
-                root, root);
-    std::printf("  merged log       zoltools log %s\n", root);
+    const std::string zoltools = ZoltoolsCommand();
+    std::printf("\n  PNGs             %s inspect %s --png %s/png\n", zoltools.c_str(), root, root);
+    std::printf("  merged log       %s log %s\n", zoltools.c_str(), root);
     return replayStatus;
 }

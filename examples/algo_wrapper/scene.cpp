@@ -15,10 +15,11 @@ uint8_t Clamp(double v) {
     return v < 0 ? 0 : v > 255 ? 255 : static_cast<uint8_t>(v);
 }
 
+// What a camera gives: full-range BT.601 (JPEG/JFIF), rounded.
 Yuv FromRgb(double r, double g, double b) {
-    return {Clamp(0.299 * r + 0.587 * g + 0.114 * b),
-            Clamp(-0.14713 * r - 0.28886 * g + 0.436 * b + 128),
-            Clamp(0.615 * r - 0.51499 * g - 0.10001 * b + 128)};
+    return {Clamp(0.299 * r + 0.587 * g + 0.114 * b + 0.5),
+            Clamp(-0.168736 * r - 0.331264 * g + 0.5 * b + 128.5),
+            Clamp(0.5 * r - 0.418688 * g - 0.081312 * b + 128.5)};
 }
 
 // What the scene shows at pixel (x, y) of frame `frame`.

@@ -19,10 +19,20 @@
 //   ZOLImageBuffer image = {};
 //   image.format = ZOL_IMAGE_FORMAT_YUV420SP;
 //   image.width = image.planeStride = 4000;
-//   image.height = image.sliceHeight = 3000;
+//   image.height = 3000;
+//   // The chroma plane is planeStride * sliceHeight / 2 bytes. yuv420sp2rgba reads
+//   // ZOLYuv420spChromaBytes(planeStride, height) of it, half a chroma row more than height / 2
+//   // rows: two more slice rows hold that.
+//   image.sliceHeight = image.height + 2;
+//   std::vector<unsigned char> rgba(size_t{4} * image.width * image.height);
 //   if (manager.AllocBuffer(image, ZOL_BUFFER_TYPE_DMA)) {
-//       manager.StartCPUSync(image.fd[0], ZOL_CPU_SYNC_WRITE);
+//       manager.StartCPUSync(image.fd[0], ZOL_CPU_SYNC_READ_WRITE);
+//       manager.StartCPUSync(image.fd[1], ZOL_CPU_SYNC_READ_WRITE);
 //       ...  // write through image.Addr[0], image.Addr[1]
+//       yuv420sp2rgba(static_cast<unsigned char*>(image.Addr[0]),
+//                     static_cast<unsigned char*>(image.Addr[1]), rgba.data(), 4000, 4000, 4000,
+//                     3000);
+//       manager.EndCPUSync(image.fd[1]);
 //       manager.EndCPUSync(image.fd[0]);
 //       manager.FreeBuffer(image);
 //   }

@@ -2,16 +2,24 @@
 
 #include <android/log.h>
 #include <dirent.h>
+#include <fcntl.h>
 #include <ftw.h>
+#include <signal.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <mutex>
 #include <sstream>
+#include <thread>
+
+extern char** environ;
 
 namespace zoltest {
 
@@ -26,6 +34,35 @@ void CaptureLogger(const struct __android_logger_data* data, const char* message
         g_lines->push_back({data->priority, data->tag != nullptr ? data->tag : "",
                             message != nullptr ? message : ""});
     }
+}
+
+// Waits for `pid`, the leader of its own process group; past the deadline kills the group.
+int WaitForChild(pid_t pid, int timeoutSeconds) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(timeoutSeconds);
+    int status = 0;
+    pid_t done;
+    while ((done = waitpid(pid, &status, WNOHANG)) != pid) {
+        if (done < 0 && errno != EINTR) {
+            return -1;
+        }
+        if (std::chrono::steady_clock::now() >= deadline) {
+            kill(-pid, SIGKILL);
+            while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+            }
+            return 124;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+std::vector<char*> Pointers(std::vector<std::string>& strings) {
+    std::vector<char*> out;
+    for (std::string& s : strings) {
+        out.push_back(s.data());
+    }
+    out.push_back(nullptr);
+    return out;
 }
 
 }  // namespace
@@ -53,8 +90,7 @@ std::vector<LogLine> LogCapture::Lines() const {
 
 std::vector<std::string> LogCapture::Texts(int priority) const {
     std::vector<std::string> out;
-    std::lock_guard<std::mutex> lock(g_mutex);
-    for (const LogLine& line : *g_lines) {
+    for (const LogLine& line : Lines()) {
         if (priority < 0 || line.priority == priority) {
             out.push_back(line.text);
         }
@@ -63,28 +99,17 @@ std::vector<std::string> LogCapture::Texts(int priority) const {
 }
 
 size_t LogCapture::Count(const std::string& needle) const {
-    std::lock_guard<std::mutex> lock(g_mutex);
-    return static_cast<size_t>(std::count_if(
-        g_lines->begin(), g_lines->end(),
-        [&](const LogLine& line) { return line.text.find(needle) != std::string::npos; }));
+    const std::vector<std::string> texts = Texts();
+    return static_cast<size_t>(std::count_if(texts.begin(), texts.end(), [&](const auto& text) {
+        return text.find(needle) != std::string::npos;
+    }));
 }
 
-bool LogCapture::HasSourceLine(const std::string& file, const std::string& rest) const {
-    const std::string head = file + ":";
-    std::lock_guard<std::mutex> lock(g_mutex);
-    for (const LogLine& line : *g_lines) {
-        const std::string& text = line.text;
-        if (text.size() <= head.size() + rest.size() || text.rfind(head, 0) != 0 ||
-            text.compare(text.size() - rest.size(), rest.size(), rest) != 0) {
-            continue;
-        }
-        const std::string number =
-            text.substr(head.size(), text.size() - head.size() - rest.size());
-        if (number.find_first_not_of("0123456789") == std::string::npos) {
-            return true;
-        }
-    }
-    return false;
+size_t LogCapture::Matching(int priority, const std::string& pattern) const {
+    const std::vector<std::string> texts = Texts(priority);
+    return static_cast<size_t>(std::count_if(texts.begin(), texts.end(), [&](const auto& text) {
+        return MatchesPattern(text, pattern);
+    }));
 }
 
 void LogCapture::Clear() {
@@ -92,51 +117,177 @@ void LogCapture::Clear() {
     g_lines->clear();
 }
 
-DeviceRoot::DeviceRoot() {
+bool MatchesPattern(const std::string& text, const std::string& pattern) {
+    size_t t = 0;
+    for (char c : pattern) {
+        if (c != '#') {
+            if (t >= text.size() || text[t++] != c) {
+                return false;
+            }
+            continue;
+        }
+        const size_t start = t;
+        while (t < text.size() && text[t] >= '0' && text[t] <= '9') {
+            ++t;
+        }
+        if (t == start) {
+            return false;
+        }
+    }
+    return t == text.size();
+}
+
+TempDir::TempDir() {
     const char* tmp = std::getenv("TMPDIR");
-    std::string pattern =
-        std::string(tmp != nullptr && tmp[0] != '\0' ? tmp : "/tmp") + "/zoltest-root-XXXXXX";
-    std::vector<char> buf(pattern.begin(), pattern.end());
-    buf.push_back('\0');
-    if (mkdtemp(buf.data()) == nullptr) {
+    m_path = std::string(tmp != nullptr && tmp[0] != '\0' ? tmp : "/tmp") + "/zoltest-XXXXXX";
+    if (mkdtemp(m_path.data()) == nullptr) {
         std::abort();
     }
-    root_ = buf.data();
-    if (const char* prev = std::getenv("ZOL_DEVICE_ROOT")) {
-        had_previous_ = true;
-        previous_ = prev;
-    }
-    setenv("ZOL_DEVICE_ROOT", root_.c_str(), 1);
 }
 
-DeviceRoot::~DeviceRoot() {
-    if (had_previous_) {
-        setenv("ZOL_DEVICE_ROOT", previous_.c_str(), 1);
-    } else {
-        unsetenv("ZOL_DEVICE_ROOT");
-    }
-    RemoveTree(root_);
+TempDir::~TempDir() {
+    RemoveTree(m_path);
 }
 
-std::string DeviceRoot::MakeDir(const std::string& devicePath) const {
-    const std::string full = Resolve(devicePath);
-    for (size_t pos = root_.size() + 1; pos != std::string::npos;) {
+std::string TempDir::MakeDir(const std::string& name) const {
+    const std::string full = *this / name;
+    for (size_t pos = m_path.size(); pos != std::string::npos;) {
         pos = full.find('/', pos + 1);
         mkdir(full.substr(0, pos).c_str(), 0755);
     }
     return full;
 }
 
-std::string DeviceRoot::WriteFile(const std::string& devicePath,
-                                  const std::string& contents) const {
-    const size_t slash = devicePath.rfind('/');
-    if (slash != std::string::npos && slash > 0) {
-        MakeDir(devicePath.substr(0, slash));
-    }
-    const std::string full = Resolve(devicePath);
-    std::ofstream out(full, std::ios::binary | std::ios::trunc);
-    out << contents;
+std::string TempDir::WriteFile(const std::string& name, const std::string& contents) const {
+    const std::string full = *this / name;
+    MakeDir(full.substr(m_path.size(), full.rfind('/') - m_path.size()));
+    std::ofstream(full, std::ios::binary | std::ios::trunc) << contents;
     return full;
+}
+
+DeviceRoot::DeviceRoot() {
+    if (const char* previous = std::getenv("ZOL_DEVICE_ROOT")) {
+        m_hadPrevious = true;
+        m_previous = previous;
+    }
+    setenv("ZOL_DEVICE_ROOT", path().c_str(), 1);
+}
+
+DeviceRoot::~DeviceRoot() {
+    if (m_hadPrevious) {
+        setenv("ZOL_DEVICE_ROOT", m_previous.c_str(), 1);
+    } else {
+        unsetenv("ZOL_DEVICE_ROOT");
+    }
+}
+
+TestImage::TestImage(uint32_t format, uint32_t width, uint32_t height, uint32_t stride,
+                     size_t planeBytes, uint8_t seed)
+    : buffer{} {
+    for (int p = 0; p < 2; ++p) {
+        planes[p].resize(planeBytes);
+        for (size_t i = 0; i < planeBytes; ++i) {
+            planes[p][i] = static_cast<uint8_t>(seed + p * 101 + i * 7 + i / 251);
+        }
+        buffer.Addr[p] = planes[p].data();
+    }
+    buffer.format = format;
+    buffer.width = width;
+    buffer.height = height;
+    buffer.planeStride = stride;
+    buffer.sliceHeight = height;
+    buffer.numberOfPlanes = 2;
+}
+
+void TestImage::Fill(uint8_t value) {
+    for (auto& plane : planes) {
+        plane.assign(plane.size(), value);
+    }
+}
+
+std::string TestImage::Rows(int p, int rows, int rowBytes) const {
+    std::string out;
+    for (size_t r = 0; r < static_cast<size_t>(rows); ++r) {
+        out.append(reinterpret_cast<const char*>(&planes[p][r * buffer.planeStride]),
+                   static_cast<size_t>(rowBytes));
+    }
+    return out;
+}
+
+RunResult Run(const std::vector<std::string>& argv, const std::vector<std::string>& env,
+              int timeoutSeconds) {
+    TempDir dir;
+    const std::string outPath = dir / "stdout";
+    const std::string errPath = dir / "stderr";
+    std::vector<std::string> args = argv;
+    std::vector<std::string> environment = env;  // then ours, less what `env` sets anew
+    for (char** e = environ; *e != nullptr; ++e) {
+        const std::string entry = *e;
+        const std::string name = entry.substr(0, entry.find('=') + 1);
+        if (std::none_of(env.begin(), env.end(), [&](const auto& s) { return s.find(name) == 0; })) {
+            environment.push_back(entry);
+        }
+    }
+    const std::vector<char*> argp = Pointers(args);
+    const std::vector<char*> envp = Pointers(environment);
+    RunResult result;
+    // Only async-signal-safe calls in the child: this process may have other threads.
+    result.status = RunInChild(
+        [&]() -> int {
+            const int flags = O_WRONLY | O_CREAT | O_TRUNC;
+            dup2(open(outPath.c_str(), flags, 0644), STDOUT_FILENO);
+            dup2(open(errPath.c_str(), flags, 0644), STDERR_FILENO);
+            execve(argp[0], argp.data(), envp.data());
+            _exit(127);
+        },
+        timeoutSeconds);
+    result.out = ReadFile(outPath);
+    result.err = ReadFile(errPath);
+    return result;
+}
+
+int RunInChild(const std::function<int()>& body, int timeoutSeconds) {
+    std::fflush(nullptr);
+    const pid_t pid = fork();
+    if (pid == 0) {
+        setpgid(0, 0);
+        const int status = body();
+        std::fflush(nullptr);
+        _exit(status);
+    }
+    if (pid < 0) {
+        return -1;
+    }
+    setpgid(pid, pid);  // whichever side gets there first
+    return WaitForChild(pid, timeoutSeconds);
+}
+
+bool WaitUntil(const std::function<bool()>& done, int timeoutSeconds) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(timeoutSeconds);
+    while (!done()) {
+        if (std::chrono::steady_clock::now() >= deadline) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
+
+std::vector<zoltool::LogLine> ReadOfflineLog(const std::string& dir,
+                                             std::vector<zoltool::DamagedLine>* damaged) {
+    std::vector<zoltool::LogLine> lines;
+    std::vector<zoltool::DamagedLine> bad;
+    std::vector<std::string> files;
+    std::string error;
+    if (zoltool::FindLogFiles(dir, files, error)) {
+        for (const std::string& file : files) {
+            zoltool::ReadLogFile(file, lines, bad, error);
+        }
+    }
+    if (damaged != nullptr) {
+        *damaged = std::move(bad);
+    }
+    return lines;
 }
 
 std::string Address(const void* p) {
@@ -147,9 +298,8 @@ std::string Address(const void* p) {
 
 void RemoveTree(const std::string& path) {
     nftw(
-        path.c_str(),
-        [](const char* p, const struct stat*, int, struct FTW*) { return ::remove(p); }, 16,
-        FTW_DEPTH | FTW_PHYS);
+        path.c_str(), [](const char* p, const struct stat*, int, struct FTW*) { return ::remove(p); },
+        16, FTW_DEPTH | FTW_PHYS);
 }
 
 std::string ReadFile(const std::string& path) {
@@ -179,24 +329,13 @@ int CountOpenFds() {
     return static_cast<int>(ListDir("/proc/self/fd").size()) - 1;
 }
 
-int CountMappings() {
-    std::ifstream in("/proc/self/maps");
-    int lines = 0;
-    for (std::string line; std::getline(in, line);) {
-        ++lines;
-    }
-    return lines;
-}
-
 int CountSharedMappings() {
     std::ifstream in("/proc/self/maps");
     int shared = 0;
     for (std::string line; std::getline(in, line);) {
-        // "start-end perms offset ...": the fourth permission letter is 's' for shared.
+        // "start-end perms ...": the fourth permission letter is 's' for a shared mapping.
         const size_t perms = line.find(' ');
-        if (perms != std::string::npos && perms + 4 < line.size() && line[perms + 4] == 's') {
-            ++shared;
-        }
+        shared += perms != std::string::npos && perms + 4 < line.size() && line[perms + 4] == 's';
     }
     return shared;
 }

@@ -1,110 +1,28 @@
 // Request records, save folders and the inspect command.
 #include <gtest/gtest.h>
-
 #include <sys/stat.h>
 
-#include "fileio.h"
 #include "pngio.h"
 #include "simfolder.h"
 #include "toolstest.h"
-#include "zoltest.h"
 
 namespace {
 
-using toolstest::Capture;
-using toolstest::Golden;
+using namespace toolstest;
 
-TEST(RequestInfo, RecordsDecodeInFileOrder) {
-    zoltool::RequestRecord a;
-    a.format = 0;
-    a.width = 4000;
-    a.height = 3000;
-    a.planeStride = 4096;
-    a.sliceHeight = 3072;
-    a.numberOfPlanes = 2;
-    a.fd[0] = 7;
-    a.fd[1] = -1;
-    zoltool::RequestRecord b = a;
-    b.format = 7;
-    b.width = 640;
-    std::vector<uint8_t> bytes = zoltool::EncodeRequestInfo({a, b, a});
-    ASSERT_EQ(120u, bytes.size());
-
-    std::vector<std::string> problems;
-    auto records = zoltool::ParseRequestInfo(bytes, "r.bin", problems);
-    EXPECT_TRUE(problems.empty());
-    ASSERT_EQ(3u, records.size());
-    EXPECT_EQ(4000u, records[0].width);
-    EXPECT_EQ(3072u, records[0].sliceHeight);
-    EXPECT_EQ(-1, records[0].fd[1]);
-    EXPECT_EQ(7u, records[1].format);
-    EXPECT_EQ(640u, records[1].width);
-
-    EXPECT_TRUE(zoltool::ParseRequestInfo({}, "empty.bin", problems).empty());
-    EXPECT_TRUE(problems.empty()) << "an empty request is a valid save";
+zoltool::RequestRecord Record(uint32_t format, uint32_t width, uint32_t height, uint32_t stride) {
+    return {format, width, height, stride, height, format <= 1 ? 2u : 1u, {7, -1, 0, 0}};
 }
 
-TEST(RequestInfo, GarbageIsNamedRecordByRecord) {
-    zoltool::RequestRecord bad;
-    bad.format = 99;
-    bad.numberOfPlanes = 5;
-    bad.width = 100000;
-    std::vector<uint8_t> bytes = zoltool::EncodeRequestInfo({zoltool::RequestRecord{}, bad});
-    bytes.push_back(0);
-    std::vector<std::string> problems;
-    auto records = zoltool::ParseRequestInfo(bytes, "r.bin", problems);
-    EXPECT_EQ(2u, records.size()) << "whole records are still decoded";
-    ASSERT_EQ(4u, problems.size());
-    EXPECT_EQ("r.bin: 81 bytes is not a whole number of 40-byte records", problems[0]);
-    EXPECT_EQ("r.bin: record 1: format 99 is not a format code (0 to 14)", problems[1]);
-    EXPECT_EQ("r.bin: record 1: numberOfPlanes 5 (an image has at most 4)", problems[2]);
-    EXPECT_NE(std::string::npos, problems[3].find("record 1: size 100000x0"));
-}
-
-TEST(SaveFolder, FrameFileNames) {
-    uint32_t w, h;
-    int i;
-    EXPECT_TRUE(zoltool::ParseFrameFileName("inputFrameInfo_4000x3000_1_.yuv", w, h, i));
-    EXPECT_EQ(4000u, w);
-    EXPECT_EQ(3000u, h);
-    EXPECT_EQ(1, i);
-    EXPECT_FALSE(zoltool::ParseFrameFileName("inputFrameInfo_4000x3000_1_.yuv.png", w, h, i));
-    EXPECT_FALSE(zoltool::ParseFrameFileName("inputFrameInfo_4000x3000_.yuv", w, h, i));
-    EXPECT_FALSE(zoltool::ParseFrameFileName("requestInfo.bin", w, h, i));
-}
-
-TEST(SaveFolder, PathMayBeASaveFolderTheBaseFolderOrADeviceRoot) {
-    std::vector<std::string> folders;
-    std::string error;
-    const std::string base = Golden("inspect/algosimulation");
-    ASSERT_TRUE(zoltool::FindSaveFolders(base, folders, error)) << error;
-    ASSERT_EQ(2u, folders.size());
-    EXPECT_EQ(base + "/SimulationIntputInfo_1121101500123", folders[0]);
-
-    ASSERT_TRUE(zoltool::FindSaveFolders(folders[1], folders, error)) << error;
-    EXPECT_EQ(1u, folders.size());
-
-    zoltest::DeviceRoot root;
-    root.WriteFile(
-        "/data/vendor/camera/algosimulation/SimulationIntputInfo_0101000000000/"
-        "requestInfo.bin",
-        "");
-    ASSERT_TRUE(zoltool::FindSaveFolders(root.path(), folders, error)) << error;
-    EXPECT_EQ(1u, folders.size());
-
-    EXPECT_FALSE(zoltool::FindSaveFolders(root.path() + "/nothing", folders, error));
-    EXPECT_EQ(root.path() + "/nothing: no such directory", error);
-    root.MakeDir("/empty");
-    EXPECT_FALSE(zoltool::FindSaveFolders(root.Resolve("/empty"), folders, error));
-    EXPECT_NE(std::string::npos, error.find("no save folders")) << error;
+std::string Encode(const std::vector<zoltool::RequestRecord>& records) {
+    const std::vector<uint8_t> bytes = zoltool::EncodeRequestInfo(records);
+    return std::string(bytes.begin(), bytes.end());
 }
 
 TEST(Inspect, GoldenBaseFolder) {
-    auto result = Capture([](const zoltool::Streams& io) {
-        return zoltool::RunInspect({Golden("inspect/algosimulation"), ""}, io);
-    });
-    EXPECT_EQ(zoltool::kExitBadInput, result.status) << "the second save is damaged";
-    EXPECT_EQ(zoltest::ReadFile(Golden("inspect-expected.txt")), result.out);
+    auto result = RunProgram({Zoltools(), "inspect", Golden("inspect/algosimulation")});
+    EXPECT_EQ(1, result.status) << "the second save is damaged";
+    EXPECT_EQ(ReadFile(Golden("inspect-expected.txt")), result.out);
     const std::string bad = Golden("inspect/algosimulation/SimulationIntputInfo_1121101500456/");
     EXPECT_NE(std::string::npos,
               result.err.find(bad + "inputFrameInfo_8x4_0_.yuv: 45 bytes, but record 0 (format "
@@ -115,82 +33,87 @@ TEST(Inspect, GoldenBaseFolder) {
         << result.err;
 }
 
-TEST(Inspect, GarbageRequestFileFailsWithoutGuessingFrames) {
-    auto result = Capture([](const zoltool::Streams& io) {
-        return zoltool::RunInspect({Golden("inspect/garbage"), ""}, io);
-    });
-    EXPECT_EQ(zoltool::kExitBadInput, result.status);
-    EXPECT_NE(std::string::npos,
-              result.err.find("requestInfo.bin: 56 bytes is not a whole number of 40-byte "
-                              "records"))
-        << result.err;
-    EXPECT_EQ(std::string::npos, result.err.find("inputFrameInfo_")) << result.err;
-}
-
-TEST(Inspect, PngRendersTheWholeFramesOnly) {
-    toolstest::TempDir dir;
-    auto result = Capture([&](const zoltool::Streams& io) {
-        return zoltool::RunInspect({Golden("inspect/algosimulation"), dir.path()}, io);
-    });
-    EXPECT_EQ(zoltool::kExitBadInput, result.status);
-    EXPECT_NE(std::string::npos, result.out.find("2 PNGs written under " + dir.path()));
-    zoltool::RgbaImage image;
-    std::string error;
-    ASSERT_TRUE(zoltool::ReadPng(dir / "SimulationIntputInfo_1121101500123/"
-                                       "inputFrameInfo_8x4_0_.png",
-                                 image, error))
-        << error;
-    EXPECT_EQ(zoltest::ReadFile(Golden("convert/frame_8x4.rgba")),
-              std::string(image.pixels.begin(), image.pixels.end()));
-    EXPECT_TRUE(zoltool::ReadPng(dir / "SimulationIntputInfo_1121101500123/"
-                                       "inputFrameInfo_4x2_1_.png",
-                                 image, error))
-        << error;
-    EXPECT_EQ(4u, image.width);
-    // The short frame of the damaged save is not rendered.
-    EXPECT_TRUE(zoltest::ListDir(dir / "SimulationIntputInfo_1121101500456").empty());
-}
-
-TEST(Inspect, WhatAReplayWouldTripOverIsPointedOut) {
-    zoltest::DeviceRoot root;
-    const std::string save =
-        "/data/vendor/camera/algosimulation/SimulationIntputInfo_0101000000000/";
-    zoltool::RequestRecord record;
-    record.width = 4;
-    record.height = 2;
-    record.planeStride = 4;
-    record.sliceHeight = 2;
-    record.numberOfPlanes = 2;
-    std::vector<uint8_t> request = zoltool::EncodeRequestInfo({record, record, record, record});
-    root.WriteFile(save + "requestInfo.bin", std::string(request.begin(), request.end()));
-    for (int i = 0; i < 4; ++i) {
-        root.WriteFile(save + "inputFrameInfo_4x2_" + std::to_string(i) + "_.yuv",
-                       std::string(12, 'y'));
+// PNGs of the whole frames only; --as-library renders as the library converts.
+TEST(Inspect, PngRendersTheWholeFrames) {
+    for (bool asLibrary : {false, true}) {
+        TempDir dir;
+        std::vector<std::string> args = {Zoltools(), "inspect", Golden("inspect/algosimulation"),
+                                         "--png", dir.path()};
+        if (asLibrary) {
+            args.push_back("--as-library");
+        }
+        auto result = RunProgram(args);
+        EXPECT_NE(std::string::npos, result.out.find("2 PNGs written under " + dir.path()));
+        zoltool::RgbaImage image;
+        std::string error;
+        ASSERT_TRUE(zoltool::ReadPng(
+            dir / "SimulationIntputInfo_1121101500123/inputFrameInfo_8x4_0_.png", image, error))
+            << error;
+        EXPECT_EQ(asLibrary, ReadFile(Golden("convert/frame_8x4.rgba")) ==
+                                 std::string(image.pixels.begin(), image.pixels.end()));
+        struct stat st;
+        EXPECT_NE(0, stat((dir / "SimulationIntputInfo_1121101500456").c_str(), &st));
     }
-    root.WriteFile(save + "database.bin", "db");
-    root.WriteFile("/data/vendor/camera/algosimulation/notes.txt", "stray");
-
-    auto result = Capture([&](const zoltool::Streams& io) {
-        return zoltool::RunInspect({root.path(), ""}, io);
-    });
-    EXPECT_EQ(zoltool::kExitOk, result.status) << result.err;
-    EXPECT_NE(std::string::npos,
-              result.out.find("inputFrameInfo_4x2_3_.yuv                        12         12  "
-                              "ok, not replayed (index 3 or more)"))
-        << result.out;
-    EXPECT_NE(std::string::npos, result.err.find("algosimulation/notes.txt is not a save folder"))
-        << result.err;
 }
 
-TEST(Inspect, UnwritablePngDirectoryIsNamed) {
-    toolstest::TempDir dir;
-    std::string error;
-    ASSERT_TRUE(zoltool::WriteWholeFile(dir / "file", {1}, error));
-    auto result = Capture([&](const zoltool::Streams& io) {
-        return zoltool::RunInspect({Golden("inspect/algosimulation"), dir / "file"}, io);
-    });
-    EXPECT_EQ(zoltool::kExitBadInput, result.status);
-    EXPECT_NE(std::string::npos, result.err.find(dir / "file")) << result.err;
+// One save folder per case: what inspect says about it, and whether it trusts the request
+// file enough to render its frames.
+TEST(Inspect, SaveFolders) {
+    const std::string frame(12, 'y'), big(460800, 'y'), name = "inputFrameInfo_4x2_0_.yuv";
+    const auto x4 = Record(0, 4, 2, 4);
+    struct Case {
+        std::string request;
+        std::vector<std::pair<std::string, std::string>> files;  // a trailing '/': a directory
+        int status;
+        bool rendered;
+        std::string said;  // in stdout or stderr
+    } const cases[] = {
+        // clang-format off
+        {Encode({x4, x4, x4, x4}), {{name, frame}, {"inputFrameInfo_4x2_1_.yuv", frame},
+          {"inputFrameInfo_4x2_2_.yuv", frame}, {"inputFrameInfo_4x2_3_.yuv", frame}}, 0, true,
+         "inputFrameInfo_4x2_3_.yuv                        12         12  ok, not replayed"},
+        {"", {{"../notes.txt", "stray"}}, 0, false,
+         "algosimulation/notes.txt is not a save folder, but a replay takes it in turn"},
+        {"", {{"inputFrameInfo_\x1b[2J_0_.yuv", ""}}, 0, false,
+         "other entry: inputFrameInfo_\\x1b[2J_0_.yuv"},
+        {"", {{"requestInfo.bin/", ""}}, 1, false, "0000/requestInfo.bin: is a directory"},
+        {Encode({x4}), {{name + "/", ""}}, 1, false, "inputFrameInfo_4x2_0_.yuv: is a directory"},
+        {Encode({Record(0, 640, 480, 100)}), {{"inputFrameInfo_640x480_0_.yuv", big}}, 1, false,
+         "record 0: stride 100 is shorter than a row (640 bytes at width 640, format 0 NV21)"},
+        {Encode({Record(3, 640, 480, 640)}), {}, 1, false, "stride 640 is shorter than a row (960"},
+        {Encode({x4, Record(0, 0, 0, 0)}), {{name, frame}}, 1, false, "record 1: size 0x0 is not"},
+        {Encode({Record(99, 8, 8, 8)}), {}, 1, false, "format 99 is not a format code (0 to 14)"},
+        {Encode({Record(5, 100000, 4, 8)}), {}, 1, false, "size 100000x4, stride 8, slice height"},
+        {Encode({x4}) + "x", {{name, frame}}, 1, false, "41 bytes is not a whole number of 40-b"},
+        // clang-format on
+    };
+    for (const Case& c : cases) {
+        TempDir root;
+        const std::string save = root / "algosimulation/SimulationIntputInfo_0101000000000/";
+        mkdir((root / "algosimulation").c_str(), 0755);
+        mkdir(save.c_str(), 0755);
+        WriteFile(save + "database.bin", "db");
+        WriteFile(save + "requestInfo.bin", c.request);
+        for (const auto& [name, bytes] : c.files) {
+            if (name.back() == '/') {
+                const std::string path = save + name.substr(0, name.size() - 1);
+                remove(path.c_str());
+                mkdir(path.c_str(), 0755);
+            } else {
+                WriteFile(save + name, bytes);
+            }
+        }
+        auto result =
+            RunProgram({Zoltools(), "inspect", root / "algosimulation", "--png", root / "png"});
+        const std::string said = result.out + result.err;
+        EXPECT_EQ(c.status, result.status) << c.said << "\n" << said;
+        EXPECT_NE(std::string::npos, said.find(c.said)) << said;
+        EXPECT_EQ(std::string::npos, said.find('\x1b')) << said;
+        struct stat st;
+        EXPECT_EQ(c.rendered,
+                  stat((root / "png/SimulationIntputInfo_0101000000000").c_str(), &st) == 0)
+            << c.said;
+    }
 }
 
 }  // namespace

@@ -1,100 +1,67 @@
 #include "toolstest.h"
 
 #include <fcntl.h>
+#include <ftw.h>
 #include <spawn.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <fstream>
 #include <sstream>
-
-#include "zoltest.h"
 
 extern char** environ;
 
 namespace toolstest {
 
-namespace {
-
-std::string Slurp(FILE* file) {
-    std::string text;
-    std::rewind(file);
-    char chunk[4096];
-    size_t got;
-    while ((got = std::fread(chunk, 1, sizeof(chunk), file)) > 0) {
-        text.append(chunk, got);
+Output RunProgram(std::vector<std::string> args, const std::string& cwd) {
+    TempDir dir;
+    if (!cwd.empty()) {  // posix_spawn cannot change directory: a shell does
+        args.insert(args.begin(), {"/bin/sh", "-c", "cd \"$0\" && exec \"$@\"", cwd});
     }
-    return text;
-}
-
-}  // namespace
-
-Output Capture(const std::function<int(const zoltool::Streams&)>& command) {
-    zoltool::Streams io;
-    io.out = std::tmpfile();
-    io.err = std::tmpfile();
-    io.progress = false;
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_addopen(&actions, 1, (dir / "out").c_str(), O_WRONLY | O_CREAT, 0644);
+    posix_spawn_file_actions_addopen(&actions, 2, (dir / "err").c_str(), O_WRONLY | O_CREAT, 0644);
+    std::vector<char*> argp;
+    for (std::string& a : args) {
+        argp.push_back(a.data());
+    }
+    argp.push_back(nullptr);
     Output result;
-    result.status = command(io);
-    std::fflush(io.out);
-    std::fflush(io.err);
-    result.out = Slurp(io.out);
-    result.err = Slurp(io.err);
-    std::fclose(io.out);
-    std::fclose(io.err);
+    pid_t pid;
+    const int spawned = posix_spawn(&pid, argp[0], &actions, nullptr, argp.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    if (spawned != 0) {
+        result.err = "cannot start " + args[0];
+        return result;
+    }
+    int status = 0;
+    rusage usage{};
+    while (wait4(pid, &status, 0, &usage) < 0) {
+    }
+    result.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    result.maxRssKb = usage.ru_maxrss;
+    result.cpuSeconds = static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
+                        static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
+    result.out = ReadFile(dir / "out");
+    result.err = ReadFile(dir / "err");
     return result;
 }
 
-Output RunProgram(const std::vector<std::string>& argv, const std::vector<std::string>& env) {
+Output Capture(const std::function<int(const zoltool::Streams&)>& command) {
     TempDir dir;
-    const std::string outPath = dir / "stdout";
-    const std::string errPath = dir / "stderr";
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, 1, outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
-                                     0644);
-    posix_spawn_file_actions_addopen(&actions, 2, errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
-                                     0644);
-    std::vector<char*> args;
-    for (const std::string& a : argv) {
-        args.push_back(const_cast<char*>(a.c_str()));
-    }
-    args.push_back(nullptr);
-    // This process's environment, less the variables that `env` sets anew.
-    auto name = [](const std::string& entry) { return entry.substr(0, entry.find('=')); };
-    std::vector<std::string> envStrings;
-    for (char** e = environ; *e != nullptr; ++e) {
-        bool replaced = false;
-        for (const std::string& add : env) {
-            replaced = replaced || name(add) == name(*e);
-        }
-        if (!replaced) {
-            envStrings.emplace_back(*e);
-        }
-    }
-    envStrings.insert(envStrings.end(), env.begin(), env.end());
-    std::vector<char*> envp;
-    for (std::string& e : envStrings) {
-        envp.push_back(e.data());
-    }
-    envp.push_back(nullptr);
-
+    zoltool::Streams io;
+    io.out = std::fopen((dir / "out").c_str(), "w");
+    io.err = std::fopen((dir / "err").c_str(), "w");
     Output result;
-    pid_t pid;
-    if (posix_spawn(&pid, args[0], &actions, nullptr, args.data(), envp.data()) != 0) {
-        posix_spawn_file_actions_destroy(&actions);
-        result.err = "cannot start " + argv[0];
-        return result;
-    }
-    posix_spawn_file_actions_destroy(&actions);
-    int status = 0;
-    while (waitpid(pid, &status, 0) < 0) {
-    }
-    result.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-    result.out = zoltest::ReadFile(outPath);
-    result.err = zoltest::ReadFile(errPath);
+    result.status = command(io);
+    std::fclose(io.out);
+    std::fclose(io.err);
+    result.out = ReadFile(dir / "out");
+    result.err = ReadFile(dir / "err");
     return result;
 }
 
@@ -102,11 +69,18 @@ std::string Golden(const std::string& relative) {
     return std::string(ZOLTOOLS_GOLDEN_DIR) + "/" + relative;
 }
 
-std::string ZoltoolsBinary() {
-    return ZOLTOOLS_BINARY;
+std::string ReadFile(const std::string& path) {
+    std::ostringstream text;
+    text << std::ifstream(path, std::ios::binary).rdbuf();
+    return text.str();
 }
-std::string AlgoWrapperBinary() {
-    return ALGO_WRAPPER_BINARY;
+
+void WriteFile(const std::string& path, const std::string& bytes) {
+    std::ofstream(path, std::ios::binary) << bytes;
+}
+
+size_t CountLines(const std::string& text) {
+    return static_cast<size_t>(std::count(text.begin(), text.end(), '\n'));
 }
 
 TempDir::TempDir() {
@@ -116,9 +90,8 @@ TempDir::TempDir() {
 }
 
 TempDir::~TempDir() {
-    if (!m_path.empty()) {
-        zoltest::RemoveTree(m_path);
-    }
+    auto remove = [](const char* path, const struct stat*, int, FTW*) { return std::remove(path); };
+    nftw(m_path.c_str(), remove, 16, FTW_DEPTH | FTW_PHYS);
 }
 
 }  // namespace toolstest

@@ -1,5 +1,6 @@
-// Helpers of the zoltools tests: running a command in-process or the built programs as child
-// processes, with their output captured, and where the golden files are.
+// Helpers of the zoltools tests: a built program run as a child process, with its output, peak
+// memory and CPU time captured; files in a temporary directory; where the programs and the
+// golden files are.
 #pragma once
 
 #include <functional>
@@ -14,21 +15,30 @@ struct Output {
     int status = -1;
     std::string out;
     std::string err;
+    long maxRssKb = 0;      // of a child process, which counts this process's peak too
+    double cpuSeconds = 0;  // of a child process, user + system
 };
 
-// Runs a command function with its output and error streams captured.
+// Runs a program (args[0] is its path; "/usr/bin/env" with VAR=value first to set variables)
+// in `cwd` when not empty, stdin from /dev/null. status is the exit status, or 128 + signal.
+Output RunProgram(std::vector<std::string> args, const std::string& cwd = "");
+// Runs a command function in this process with its output and error streams captured.
 Output Capture(const std::function<int(const zoltool::Streams&)>& command);
 
-// Runs a program (argv[0] is its path) with `env` added to this process's environment; waits
-// for it. status is the exit status, or 128 + the signal that ended it.
-Output RunProgram(const std::vector<std::string>& argv, const std::vector<std::string>& env = {});
+inline std::string Zoltools() {
+    return ZOLTOOLS_BINARY;
+}
+inline std::string AlgoWrapper() {
+    return ALGO_WRAPPER_BINARY;
+}
+std::string Golden(const std::string& relative);  // a file of tests/tools/golden
 
-// A golden file or folder of tests/tools/golden.
-std::string Golden(const std::string& relative);
+// Sanitizers' shadow memory makes address-space limits and memory figures meaningless.
+constexpr bool kSanitized = ZOLTOOLS_SANITIZED != 0;
 
-// The built programs.
-std::string ZoltoolsBinary();
-std::string AlgoWrapperBinary();
+std::string ReadFile(const std::string& path);
+void WriteFile(const std::string& path, const std::string& bytes);
+size_t CountLines(const std::string& text);
 
 // A fresh temporary directory, removed with its contents on destruction.
 class TempDir {

@@ -1,122 +1,54 @@
-// The offline log switched on by its property: line layout, cuts, files, rotation, the file
-// cap, a missing directory, the memory pool and exit with lines queued.
-// GCC 12 with -fsanitize=address warns, wrongly, that std::regex's internals may be used
-// uninitialised: a known false positive.
-#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
-
+// The offline log switched on by its property: the lines as `zoltools log` reads them, cuts,
+// files, rotation, the file cap, the memory pool, the settings file, exit with lines queued.
+// Every TEST is a process of its own, with a log of its own.
 #include <gtest/gtest.h>
 
-#include <sys/time.h>
+#include <pthread.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <mutex>
 #include <ctime>
-#include <regex>
+#include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
-#include "offlinelog_test_support.h"
 #include "zolofflinelog.h"
+#include "zolofflinelog/zolofflinelogline.h"
 #include "zolthreadcontextmanager.h"
+#include "zoltest.h"
 
 namespace {
 
-using offlinelogtest::LogRoot;
-using offlinelogtest::MessageOf;
-using offlinelogtest::SplitLines;
+constexpr const char* kLogDir = "/data/vendor/camera/offlinelog";
 
 ZOLOfflineLog* Log() {
     return ZOLOfflineLog::GetInstance();
 }
 
-// Queues one line and waits until it is in its file, so that lines land in order.
-void LogInOrder(const char* msg, ZOLOfflineLogLevel level = ZOL_OFFLINE_LOG_D) {
-    Log()->PushLogToLogPool(msg, level, false);
+// A device root with the log directory. Nothing writes below it any more when it goes.
+struct LogRoot : zoltest::DeviceRoot {
+    LogRoot() { MakeDir(kLogDir); }
+    ~LogRoot() { Log()->WaitForQueuedLines(); }
+    std::string Dir() const { return Resolve(kLogDir); }
+    std::vector<std::string> Files() const { return zoltest::ListDir(Dir()); }
+    std::vector<zoltool::LogLine> Lines() const { return zoltest::ReadOfflineLog(Dir()); }
+};
+
+// Queues one line and waits until it is written, so that lines land in order.
+void LogInOrder(const std::string& msg, int level = ZOL_OFFLINE_LOG_D) {
+    Log()->PushLogToLogPool(msg.c_str(), static_cast<ZOLOfflineLogLevel>(level), false);
     ASSERT_TRUE(Log()->WaitForQueuedLines());
 }
 
-// Length of the stamp this thread's lines carry (constant within one thread).
-size_t StampLength(const LogRoot& root) {
-    LogInOrder("x");
-    const std::vector<std::string> lines = SplitLines(root.ReadAll());
-    return lines.empty() ? 0 : lines.back().size() - 1;
+// A local time as printed (month 1 to 12) in seconds since the epoch.
+time_t Seconds(int year, int month, int day, int hour, int minute, int second) {
+    struct tm t = {second, minute, hour, day, month - 1, year - 1900, 0, 0, -1, 0, nullptr};
+    return mktime(&t);
 }
 
-TEST(OfflineLog, LineStampLayout) {
-    LogRoot root;
-    struct tm before;
-    const time_t t0 = time(nullptr);
-    localtime_r(&t0, &before);
-    ZOLOfflineLog::ZOLOfflineLogD("hello %d", 42);
-    ASSERT_TRUE(Log()->WaitForQueuedLines());
-    struct tm after;
-    const time_t t1 = time(nullptr);
-    localtime_r(&t1, &after);
-
-    const std::string text = root.ReadAll();
-    std::smatch m;
-    const std::regex layout(
-        "(\\d\\d)-(\\d\\d) (\\d\\d):(\\d\\d):(\\d\\d):(\\d{9})  ( *\\d{4,})  ( *\\d{4,}) D ZOL: "
-        "hello 42\n");
-    ASSERT_TRUE(std::regex_match(text, m, layout)) << text;
-    const int month = std::stoi(m[1]);
-    const int day = std::stoi(m[2]);
-    EXPECT_TRUE((month == before.tm_mon + 1 && day == before.tm_mday) ||
-                (month == after.tm_mon + 1 && day == after.tm_mday))
-        << "month is 1-based, day of the month";
-    EXPECT_EQ(getpid(), std::stoi(m[7]));
-    EXPECT_EQ(gettid(), std::stoi(m[8]));
-}
-
-TEST(OfflineLog, FileNamedAfterItsCreationAndLaterLinesAppended) {
-    LogRoot root;
-    const time_t t0 = time(nullptr);
-    struct tm now;
-    localtime_r(&t0, &now);
-    LogInOrder("first");
-    LogInOrder("second");
-    ZOLOfflineLog::ZOLOfflineLogE("third");
-    ASSERT_TRUE(Log()->WaitForQueuedLines());
-
-    const std::vector<std::string> files = root.Files();
-    ASSERT_EQ(1u, files.size());
-    std::smatch m;
-    ASSERT_TRUE(std::regex_match(
-        files[0], m,
-        std::regex("ZOLOfflineLog_(\\d{4})-(\\d\\d)-\\d\\d--\\d\\d-\\d\\d-\\d\\d-\\d{6}\\.txt")))
-        << files[0];
-    EXPECT_EQ(now.tm_year + 1900, std::stoi(m[1]));
-    EXPECT_EQ(now.tm_mon + 1, std::stoi(m[2]));
-    const std::vector<std::string> lines = SplitLines(root.Read(files[0]));
-    ASSERT_EQ(3u, lines.size());
-    EXPECT_EQ("first", MessageOf(lines[0]));
-    EXPECT_EQ("second", MessageOf(lines[1]));
-    EXPECT_EQ("third", MessageOf(lines[2]));
-    EXPECT_EQ(0u, Log()->DroppedLinesNoFile());
-}
-
-TEST(OfflineLog, LevelLetters) {
-    LogRoot root;
-    const struct {
-        int level;
-        const char* letter;
-    } rows[] = {{1, "E"}, {2, "W"}, {3, "D"}, {4, "I"}, {5, "V"}, {0, "V"}, {6, "V"}, {-1, "V"}};
-    for (const auto& row : rows) {
-        const std::string msg = "level " + std::to_string(row.level);
-        LogInOrder(msg.c_str(), static_cast<ZOLOfflineLogLevel>(row.level));
-    }
-    const std::vector<std::string> lines = SplitLines(root.ReadAll());
-    ASSERT_EQ(8u, lines.size());
-    for (size_t i = 0; i < lines.size(); ++i) {
-        const std::string expected =
-            std::string(" ") + rows[i].letter + " ZOL: level " + std::to_string(rows[i].level);
-        EXPECT_NE(std::string::npos, lines[i].find(expected)) << lines[i];
-    }
-}
-
-TEST(OfflineLog, EntryPointsAndCaptureEntryPointsCarryTheirLetter) {
+TEST(OfflineLog, LinesCarryLevelLocalTimeAndIds) {
     LogRoot root;
     void (*const entries[])(const char*, ...) = {
         ZOLOfflineLog::ZOLOfflineLogE,        ZOLOfflineLog::ZOLOfflineLogW,
@@ -124,194 +56,216 @@ TEST(OfflineLog, EntryPointsAndCaptureEntryPointsCarryTheirLetter) {
         ZOLOfflineLog::ZOLOfflineLogV,        ZOLOfflineLog::ZOLOfflineLogECapture,
         ZOLOfflineLog::ZOLOfflineLogWCapture, ZOLOfflineLog::ZOLOfflineLogDCapture,
         ZOLOfflineLog::ZOLOfflineLogICapture, ZOLOfflineLog::ZOLOfflineLogVCapture};
-    const char letters[] = "EWDIVEWDIV";
-    for (size_t i = 0; i < 10; ++i) {
-        entries[i]("entry %zu of %s", i, "ten");
-        ASSERT_TRUE(Log()->WaitForQueuedLines());
+    const int levels[] = {1, 4, 5, 0, 6, -1};         // given to PushLogToLogPool after them
+    const std::string letters = "EWDIVEWDIVEIVVVVI";  // the last: a line of another thread
+    const time_t before = time(nullptr);
+    for (size_t i = 0; i < 16; ++i) {
+        if (i < 10) {
+            entries[i]("row %zu%s", i, "");
+            ASSERT_TRUE(Log()->WaitForQueuedLines());
+        } else {
+            LogInOrder("row " + std::to_string(i), levels[i - 10]);
+        }
     }
-    const std::vector<std::string> lines = SplitLines(root.ReadAll());
-    ASSERT_EQ(10u, lines.size());
-    for (size_t i = 0; i < 10; ++i) {
-        EXPECT_NE(std::string::npos, lines[i].find(std::string(" ") + letters[i] + " ZOL: entry " +
-                                                   std::to_string(i) + " of ten"))
-            << lines[i];
-    }
-}
-
-TEST(OfflineLog, LineCutAt2047CharactersLosesItsNewline) {
-    LogRoot root;
-    const size_t stamp = StampLength(root);
-    ASSERT_GT(stamp, 30u);
-    // stamp + message + newline == 2,047: kept whole.
-    const std::string fits(2047 - stamp - 1, 'a');
-    // stamp + message == 2,047: the newline is what gets cut.
-    const std::string noNewline(2047 - stamp, 'b');
-    // Longer still: cut to 2,047 characters.
-    const std::string longer(3000, 'c');
-    LogInOrder(fits.c_str());
-    LogInOrder(noNewline.c_str());
-    LogInOrder(longer.c_str());
-    LogInOrder("after");
-
-    const std::vector<std::string> lines = SplitLines(root.ReadAll());
-    ASSERT_EQ(3u, lines.size());
-    EXPECT_EQ(fits, MessageOf(lines[1]));
-    // The cut lines run straight into the next one.
-    const std::string joined = lines[2];
-    EXPECT_EQ(2047u * 2 + stamp + 5, joined.size());
-    EXPECT_EQ(noNewline, MessageOf(joined.substr(0, 2047)));
-    EXPECT_EQ(std::string(2047 - stamp, 'c'), MessageOf(joined.substr(2047, 2047)));
-    EXPECT_EQ("after", MessageOf(joined.substr(2 * 2047)));
-}
-
-TEST(OfflineLog, EntryPointCutsItsMessageTo2047Characters) {
-    LogRoot root;
-    const size_t stamp = StampLength(root);
-    const std::string huge(5000, 'm');
-    ZOLOfflineLog::ZOLOfflineLogI("%s", huge.c_str());
+    pid_t otherTid = 0;
+    std::thread([&] {
+        otherTid = gettid();
+        ZOLOfflineLog::ZOLOfflineLogI("row 16");
+    }).join();
     ASSERT_TRUE(Log()->WaitForQueuedLines());
-    const std::string all = root.ReadAll();
-    EXPECT_EQ(stamp + 2 + 2047, all.size());
+    const time_t after = time(nullptr);
+    const std::vector<zoltool::LogLine> lines = root.Lines();
+    ASSERT_EQ(17u, lines.size());
+    for (size_t i = 0; i < 17; ++i) {
+        const zoltool::LogLine& line = lines[i];
+        EXPECT_EQ("row " + std::to_string(i), line.message);
+        EXPECT_EQ(letters[i], line.level) << i;
+        EXPECT_EQ(getpid(), line.pid);
+        EXPECT_EQ(i < 16 ? gettid() : otherTid, line.tid);
+        const zoltool::LogStamp& s = line.stamp;  // its year comes from the file's name
+        const time_t t = Seconds(s.year, s.month, s.day, s.hour, s.minute, s.second);
+        EXPECT_TRUE(before <= t && t <= after) << line.text;
+    }
+    // One file, named after the time the first line made it.
+    const std::vector<std::string> files = root.Files();
+    ASSERT_EQ(1u, files.size());
+    int f[6];
+    long micros;
+    ASSERT_EQ(7, sscanf(files[0].c_str(), "ZOLOfflineLog_%4d-%2d-%2d--%2d-%2d-%2d-%6ld.txt", &f[0],
+                        &f[1], &f[2], &f[3], &f[4], &f[5], &micros));
+    const time_t made = Seconds(f[0], f[1], f[2], f[3], f[4], f[5]);
+    EXPECT_TRUE(before <= made && made <= after) << files[0];
 }
 
-// A parameter block holding a line of exactly len bytes (len <= 2,047).
-ZOLOfflineLogParameter Line(size_t len, char fill) {
-    ZOLOfflineLogParameter param;
-    std::memset(&param, 0, sizeof(param));
-    std::memset(param.logLine, fill, len);
-    if (len > 0) {
-        param.logLine[len - 1] = '\n';
+// A line is cut to 2,047 characters and keeps its newline only when that fits too; the cut
+// lines run into the next one, which the reader takes apart again.
+TEST(OfflineLog, LongLinesAreCutTo2047Characters) {
+    LogRoot root;
+    LogInOrder("x");
+    const size_t stamp = root.Lines().at(0).text.size() - 1;  // this thread's stamp
+    const struct {
+        size_t message, kept;
+    } rows[] = {
+        {2046 - stamp, 2046 - stamp},  // with its newline: 2,047
+        {2047 - stamp, 2047 - stamp},  // the newline is cut
+        {3000, 2047 - stamp},
+    };
+    for (size_t i = 0; i < 3; ++i) {
+        LogInOrder(std::string(rows[i].message, static_cast<char>('a' + i)));
     }
-    return param;
+    ZOLOfflineLog::ZOLOfflineLogI("%s", std::string(5000, 'm').c_str());  // cut when formatted
+    ASSERT_TRUE(Log()->WaitForQueuedLines());
+    LogInOrder("after");
+    const std::vector<zoltool::LogLine> lines = root.Lines();
+    ASSERT_EQ(6u, lines.size());
+    for (size_t i = 0; i < 3; ++i) {
+        EXPECT_EQ(std::string(rows[i].kept, static_cast<char>('a' + i)), lines[i + 1].message);
+    }
+    EXPECT_EQ(std::string(2047 - stamp, 'm'), lines[4].message);
+    EXPECT_EQ("after", lines[5].message);
+    EXPECT_EQ(stamp + 2 + 4 * 2047 + stamp + 6,
+              zoltest::ReadFile(root.Dir() + "/" + root.Files().at(0)).size());
 }
 
 TEST(OfflineLog, LineThatWouldReachTheSizeLimitStartsANewFile) {
     LogRoot root;
-    // Bring the first file to 10,485,760 - 10 bytes.
-    const uint32_t limit = ZOLOfflineLog::kMaxLogFileSize;
-    ZOLOfflineLogParameter full = Line(2000, 'a');
+    // A block holding a line of `len` bytes, newline included.
+    auto line = [](size_t len, char fill) {
+        ZOLOfflineLogParameter param = {};
+        std::string(len - 1, fill).append("\n").copy(param.logLine, len);
+        return param;
+    };
+    constexpr uint32_t kLimit = ZOLOfflineLog::kMaxLogFileSize;
+    ZOLOfflineLogParameter full = line(2000, 'a');
     uint32_t written = 0;
-    while (limit - 10 - written >= 2000) {
+    for (; kLimit - 10 - written >= 2000; written += 2000) {
         ASSERT_TRUE(Log()->FlushLogPoolToFile2(&full));
-        written += 2000;
     }
-    ZOLOfflineLogParameter rest = Line(limit - 10 - written, 'b');
-    ASSERT_TRUE(Log()->FlushLogPoolToFile2(&rest));
+    ZOLOfflineLogParameter rest = line(kLimit - 10 - written, 'b');
+    ZOLOfflineLogParameter nine = line(9, 'c'), one = line(1, 'd');
+    ASSERT_TRUE(Log()->FlushLogPoolToFile2(&rest));  // the file holds the limit minus 10
+    ASSERT_TRUE(Log()->FlushLogPoolToFile2(&nine));  // 9 more still fit
     ASSERT_EQ(1u, root.Files().size());
-
-    // 9 bytes still fit (10,485,759); then a single byte would reach the limit.
-    ZOLOfflineLogParameter nine = Line(9, 'c');
-    ASSERT_TRUE(Log()->FlushLogPoolToFile2(&nine));
-    std::vector<std::string> files = root.Files();
-    ASSERT_EQ(1u, files.size());
-    EXPECT_EQ(limit - 1, root.Read(files[0]).size());
-
-    ZOLOfflineLogParameter one = Line(1, 'd');
-    ASSERT_TRUE(Log()->FlushLogPoolToFile2(&one));
-    files = root.Files();
+    ASSERT_TRUE(Log()->FlushLogPoolToFile2(&one));  // a single byte more would reach it
+    const std::vector<std::string> files = root.Files();
     ASSERT_EQ(2u, files.size());
-    EXPECT_EQ(limit - 1, root.Read(files[0]).size());
-    EXPECT_EQ("\n", root.Read(files[1]));
+    EXPECT_EQ(kLimit - 1, zoltest::ReadFile(root.Dir() + "/" + files[0]).size());
+    EXPECT_EQ("\n", zoltest::ReadFile(root.Dir() + "/" + files[1]));
 }
 
-// Waits until gettimeofday's microseconds move on, so that two files made one after the other
-// get different names.
+// Files are named to the microsecond: the next one must wait for the clock to move on.
 void NextMicrosecond() {
-    struct timeval start;
-    gettimeofday(&start, nullptr);
-    struct timeval now;
-    do {
-        gettimeofday(&now, nullptr);
-    } while (now.tv_sec == start.tv_sec && now.tv_usec == start.tv_usec);
+    const std::string now = zol::offlinelog::NewLogFilePath();
+    zoltest::WaitUntil([&] { return zol::offlinelog::NewLogFilePath() != now; });
 }
 
 TEST(OfflineLog, The301stFileDeletesTheFirst) {
     LogRoot root;
-    std::vector<std::string> first;
-    for (int i = 0; i < 300; ++i) {
+    ASSERT_TRUE(Log()->FlushLogPoolToFile());
+    const std::vector<std::string> first = root.Files();
+    for (int i = 1; i < 300; ++i) {
         NextMicrosecond();
         ASSERT_TRUE(Log()->FlushLogPoolToFile());
-        if (i == 0) {
-            first = root.Files();
-        }
     }
-    ASSERT_EQ(1u, first.size());
-    ASSERT_EQ(300u, root.Files().size());
-    NextMicrosecond();
-    ASSERT_TRUE(Log()->AppendToLogPool("last\n", 5));
-    ASSERT_TRUE(Log()->FlushLogPoolToFile());
-    const std::vector<std::string> files = root.Files();
+    std::vector<std::string> files = root.Files();
     ASSERT_EQ(300u, files.size());
-    EXPECT_NE(first[0], files.front()) << "the first file is gone from disk";
-    EXPECT_EQ("last\n", root.Read(files.back()));
-
-    // Files created for lines count towards the same cap: the line's new file is the 302nd, so
-    // the second file goes.
-    const std::string second = files.front();
+    ASSERT_EQ(first[0], files[0]);
     NextMicrosecond();
-    LogInOrder("a line");
-    const std::vector<std::string> after = root.Files();
-    EXPECT_EQ(300u, after.size());
-    EXPECT_NE(second, after.front());
-}
-
-TEST(OfflineLog, MissingDirectoryDropsLinesUntilItExists) {
-    LogRoot root(/*makeLogDir=*/false);
-    for (int i = 0; i < 5; ++i) {
-        ZOLOfflineLog::ZOLOfflineLogW("lost %d", i);
-    }
-    ASSERT_TRUE(Log()->WaitForQueuedLines());
-    EXPECT_EQ(5u, Log()->DroppedLinesNoFile());
-    EXPECT_TRUE(root.Files().empty());
-    EXPECT_FALSE(Log()->FlushLogPoolToFile());
-
-    root.root.MakeDir(offlinelogtest::kLogDir);
-    ZOLOfflineLog::ZOLOfflineLogW("kept");
-    ZOLOfflineLog::ZOLOfflineLogW("kept too");
-    ASSERT_TRUE(Log()->WaitForQueuedLines());
-    const std::vector<std::string> files = root.Files();
-    ASSERT_EQ(1u, files.size());
-    const std::vector<std::string> lines = SplitLines(root.Read(files[0]));
-    ASSERT_EQ(2u, lines.size());
-    EXPECT_EQ(5u, Log()->DroppedLinesNoFile());
-    EXPECT_EQ(0u, Log()->DroppedLinesNoMemory());
+    LogInOrder("a line's new file counts as well");
+    files = root.Files();
+    EXPECT_EQ(300u, files.size());
+    EXPECT_NE(first[0], files[0]);
 }
 
 TEST(OfflineLog, MemoryPoolIsWrittenToAFileOfItsOwn) {
     LogRoot root;
-    LogInOrder("a queued line");
-    ASSERT_TRUE(Log()->AppendToLogPool("pool one\n", 9));
-    ASSERT_TRUE(Log()->AppendToLogPool("pool two\n", 9));
+    LogInOrder("queued");
+    const uint32_t room = ZOLOfflineLog::kLogPoolSize - 1;  // one byte stays for the zero
+    const std::string big(room - 13, 'p');
+    const struct {
+        std::string text;
+        bool taken;
+    } rows[] = {{"pool one\n", true}, {big, true},  {"12345", false},
+                {"1234", true},       {"x", false}, {"", true}};
+    for (const auto& row : rows) {
+        EXPECT_EQ(row.taken, Log()->AppendToLogPool(row.text.data(), row.text.size()))
+            << row.text.size();
+    }
     NextMicrosecond();
     ASSERT_TRUE(Log()->FlushLogPoolToFile());
-    std::vector<std::string> files = root.Files();
-    ASSERT_EQ(2u, files.size());
-    EXPECT_EQ("pool one\npool two\n", root.Read(files[1]));
-
-    // The pool is empty afterwards, and lines still go to the current file.
     NextMicrosecond();
-    ASSERT_TRUE(Log()->FlushLogPoolToFile());
-    LogInOrder("another queued line");
-    files = root.Files();
+    ASSERT_TRUE(Log()->FlushLogPoolToFile());  // emptied by the first flush
+    LogInOrder("queued too");
+    const std::vector<std::string> files = root.Files();
     ASSERT_EQ(3u, files.size());
-    EXPECT_EQ("", root.Read(files[2]));
-    EXPECT_EQ(2u, SplitLines(root.Read(files[0])).size());
+    EXPECT_EQ("pool one\n" + big + "1234", zoltest::ReadFile(root.Dir() + "/" + files[1]));
+    EXPECT_EQ("", zoltest::ReadFile(root.Dir() + "/" + files[2]));
+    EXPECT_EQ(2u, root.Lines().size()) << "lines go on in the current file";
+    EXPECT_TRUE(Log()->AppendToLogPool("x", 1)) << "room again after the flush";
 }
 
-TEST(OfflineLog, MemoryPoolTakesTextWholeOrNotAtAll) {
-    LogRoot root;
-    const uint32_t room = ZOLOfflineLog::kLogPoolSize - 1;  // one byte stays for the zero
-    std::string big(room - 4, 'p');
-    ASSERT_TRUE(Log()->AppendToLogPool(big.data(), static_cast<uint32_t>(big.size())));
-    EXPECT_FALSE(Log()->AppendToLogPool("12345", 5));
-    EXPECT_TRUE(Log()->AppendToLogPool("1234", 4));
-    EXPECT_FALSE(Log()->AppendToLogPool("x", 1));
-    EXPECT_TRUE(Log()->AppendToLogPool("", 0));
-    ASSERT_TRUE(Log()->FlushLogPoolToFile());
-    const std::vector<std::string> files = root.Files();
-    ASSERT_EQ(1u, files.size());
-    EXPECT_EQ(big + "1234", root.Read(files[0]));
-    EXPECT_TRUE(Log()->AppendToLogPool("x", 1)) << "room again after the flush";
+// Run on a small stack, as on whichever thread logs first: a long line costs no stack.
+TEST(OfflineLog, SettingsFileSwitch) {
+    static const struct {
+        const char* contents;  // nullptr: no file; "/": a directory in its place
+        bool on;
+    } rows[] = {
+        {nullptr, false},
+        {"/", false},
+        {"ZOLOfflineLog=tRuE\n", true},
+        {"ZOLOfflineLogEnable = TRUE", true},  // a last line without newline counts
+        {"overrideLogLevels=0x1F\nZOLOfflineLog=TRUE\nfoo=false\n", true},
+        {"ZOLOfflineLogTrue=0\n", true},  // the words are looked for anywhere in the line
+        {"ZOLOfflineLogFalse=0\n", false},
+        {"ZOLOfflineLogFalse=true\n", true},  // true first
+        {"ZOLOfflineLog=true\nZOLOfflineLog=1\nZOLOfflineLog=0\n", true},
+        {"ZOLOfflineLog=true\nZOLOfflineLog=false\n", false},  // the last qualifying line decides
+        {"ZOLOfflineLog=true\n ZOLOfflineLog=false\n", true},  // the key starts the line
+        {"zolofflinelog=true\n", false},                       // in exact case
+        {"ZOLOfflineLog true\n", false},
+        {"ZOLOfflineLog=true\r\n", false},  // a carriage return never qualifies
+        {"ZOLOfflineLog=true\nZOLOfflineLog=false\r\n", true},
+    };
+    static const std::string longLines = "ZOLOfflineLog" + std::string(200000, 'x') + "=true\n" +
+                                         "ZOLOfflineLog=" + std::string(200000, 'y') + "\n";
+    pthread_attr_t attr;
+    pthread_attr_init(&attr);
+    pthread_attr_setstacksize(&attr, 256 * 1024);
+    pthread_t thread;
+    ASSERT_EQ(0, pthread_create(
+                     &thread, &attr,
+                     [](void*) -> void* {
+                         for (const auto& row : rows) {
+                             zoltest::DeviceRoot root;
+                             const std::string file = "/vendor/etc/camera/camxoverridesettings.txt";
+                             if (row.contents != nullptr && std::string(row.contents) == "/") {
+                                 root.MakeDir(file);
+                             } else if (row.contents != nullptr) {
+                                 root.WriteFile(file, row.contents);
+                             }
+                             EXPECT_EQ(row.on, ZOLOfflineLog::ReadEnableFromOverrideSettingsFile())
+                                 << (row.contents ? row.contents : "(none)");
+                         }
+                         zoltest::DeviceRoot root;
+                         root.WriteFile("/vendor/etc/camera/camxoverridesettings.txt", longLines);
+                         EXPECT_TRUE(ZOLOfflineLog::ReadEnableFromOverrideSettingsFile());
+                         return nullptr;
+                     },
+                     nullptr));
+    pthread_join(thread, nullptr);
+    pthread_attr_destroy(&attr);
+}
+
+// The ids a line carries are kept once read, and read again in a forked child.
+TEST(OfflineLog, ForkedChildStampsItsOwnIds) {
+    ASSERT_EQ(getpid(), zol::offlinelog::ProcessId());
+    ASSERT_EQ(gettid(), zol::offlinelog::ThreadId());
+    EXPECT_EQ(0, zoltest::RunInChild([] {
+                  return zol::offlinelog::ProcessId() == getpid() &&
+                                 zol::offlinelog::ThreadId() == gettid()
+                             ? 0
+                             : 1;
+              }));
 }
 
 // Stands in for a static destructor that logs after the offline log is gone.
@@ -322,33 +276,32 @@ void LogDuringExit() {
     ZOLOfflineLog::SaveLog(&param, sizeof(param));
 }
 
-void ExitWithLinesQueued() {
-    // Registered before the log exists, so it runs after the log's destructor.
-    std::atexit(LogDuringExit);
-    ZOLOfflineLog::GetInstance();
-    const std::string pad(200, 'q');
-    {
-        // Workers adopt the submitter's context under this lock before each line: holding it
-        // keeps them from writing, so nearly every line is still queued at the exit below.
-        std::lock_guard<std::mutex> hold(ZOLThreadContextManager::m_threadIdToContextMapLock);
-        for (int i = 0; i < 20000; ++i) {
-            ZOLOfflineLog::ZOLOfflineLogD("queued %d %s", i, pad.c_str());
-        }
-    }
-    std::exit(0);
-}
-
-TEST(OfflineLogDeathTest, ProcessExitingWithLinesQueuedExitsCleanly) {
-    // The log is not built yet, so this process has no threads of its own and the child is a
-    // plain fork that writes below the same device root.
+// Lines still queued at exit are dropped; what was written is whole lines.
+TEST(OfflineLog, ProcessExitingWithLinesQueuedExitsCleanly) {
     LogRoot root;
-    EXPECT_EXIT(ExitWithLinesQueued(), testing::ExitedWithCode(0), "");
-    // What was written before the exit is whole lines; the rest was discarded.
-    const std::vector<std::string> lines = SplitLines(root.ReadAll());
+    const int status = zoltest::RunInChild([] {
+        std::atexit(LogDuringExit);  // before the log exists, so it runs after its destructor
+        ZOLOfflineLog::GetInstance();
+        const std::string pad(200, 'q');
+        // Workers take on the submitter's context under this lock before each line: holding
+        // it keeps them from writing, so nearly every line is still queued at the exit.
+        {
+            std::lock_guard<std::mutex> hold(ZOLThreadContextManager::m_threadIdToContextMapLock);
+            for (int i = 0; i < 20000; ++i) {
+                ZOLOfflineLog::ZOLOfflineLogD("queued %d %s", i, pad.c_str());
+            }
+        }
+        std::exit(0);
+        return 1;
+    });
+    EXPECT_EQ(0, status);
+    std::vector<zoltool::DamagedLine> damaged;
+    const std::vector<zoltool::LogLine> lines = zoltest::ReadOfflineLog(root.Dir(), &damaged);
     EXPECT_LT(lines.size(), 20000u);
-    const std::regex line(".* D ZOL: queued \\d+ q{200}");
-    for (const std::string& l : lines) {
-        ASSERT_TRUE(std::regex_match(l, line)) << l;
+    EXPECT_TRUE(damaged.empty());
+    for (const zoltool::LogLine& line : lines) {
+        ASSERT_TRUE(zoltest::MatchesPattern(line.message, "queued # " + std::string(200, 'q')))
+            << line.text;
     }
 }
 

@@ -1,7 +1,7 @@
+#include <android/log.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <string>
 
 #include "zolpsi.h"
@@ -10,110 +10,86 @@
 
 namespace {
 
-constexpr char kKeyword[] = "some avg10=";
 constexpr float kUntouched = -7.0f;
+const char kTwoLines[] =
+    "some avg10=12.50 avg60=3.00 avg300=1.00 total=123456\n"
+    "full avg10=0.75 avg60=0.50 avg300=0.25 total=4567\n";
 
-class PsiTest : public ::testing::Test {
-protected:
-    // A prepared file under a fresh temporary directory.
-    std::string Prepare(const std::string& contents) {
-        return m_root.WriteFile("/pressure/" + std::to_string(m_files++), contents);
+// The number right after the first occurrence of the keyword; failures leave the value alone
+// and, for a missing path or file, say so at level I (the binary runs at level 4).
+TEST(Psi, ReadsTheNumberAfterTheFirstKeyword) {
+    zoltest::TempDir dir;
+    zoltest::LogCapture log;
+    ZOLPSI psi;
+    const std::string prefix =
+        "zolpsi.cpp:# GetDataByPathAndKeyword() [" + zoltest::Address(&psi) + "] ";
+    const struct {
+        const char* contents;  // null: no path; "-": no such file
+        const char* keyword;
+        bool found;
+        float value;
+        std::string line;
+    } rows[] = {
+        {kTwoLines, "some avg10=", true, 12.5f, ""},
+        {kTwoLines, "full avg10=", true, 0.75f, ""},
+        {kTwoLines, "avg300=", true, 1.0f, ""},
+        {"header\n\n  xx some avg10=99.99 avg60=1\n", "some avg10=", true, 99.99f, ""},
+        {"some avg10=n/a\n", "some avg10=", true, 0.0f, ""},
+        {"full avg10=1.00\nSOME AVG10=2.00\n", "some avg10=", false, kUntouched, ""},
+        {"", "some avg10=", false, kUntouched, ""},
+        {nullptr, "some avg10=", false, kUntouched, prefix + "pPath is null"},
+        {"-", "some avg10=", false, kUntouched, prefix + "failed open file path:" + (dir / "-")},
+    };
+    for (const auto& row : rows) {
+        const std::string path = dir / "-";
+        if (row.contents != nullptr && row.contents != std::string("-")) {
+            dir.WriteFile("pressure", row.contents);
+        }
+        log.Clear();
+        float value = kUntouched;
+        EXPECT_EQ(row.found, psi.GetDataByPathAndKeyword(row.contents == nullptr ? nullptr
+                                                         : row.contents == std::string("-")
+                                                             ? path.c_str()
+                                                             : (dir / "pressure").c_str(),
+                                                         row.keyword, &value));
+        EXPECT_EQ(row.value, value) << row.keyword << " in " << (row.contents ? row.contents : "");
+        EXPECT_EQ(row.line.empty() ? 0u : 1u, log.Matching(ANDROID_LOG_INFO, row.line));
+        EXPECT_EQ(row.line.empty() ? 0u : 1u, log.Lines().size());
     }
-    // True when a captured line is "zolpsi.cpp:<line> <function>() [<this>] <message>".
-    bool HasLine(const char* function, const std::string& message) const {
-        return m_capture.HasSourceLine("zolpsi.cpp", " " + std::string(function) + "() [" +
-                                                         zoltest::Address(&m_psi) + "] " + message);
+    ZOLToolsLogLevel = 3;  // below I: no line
+    log.Clear();
+    float value = kUntouched;
+    EXPECT_FALSE(psi.GetDataByPathAndKeyword(nullptr, "some avg10=", &value));
+    EXPECT_FALSE(psi.GetDataByPathAndKeyword("/no/such/file", "some avg10=", &value));
+    EXPECT_TRUE(log.Lines().empty());
+}
+
+TEST(Psi, ReadersGiveTheKernelsValuesOrZeroAndALine) {
+    zoltest::LogCapture log;
+    ZOLPSI psi;
+    const std::string address = zoltest::Address(&psi);
+    const struct {
+        float (ZOLPSI::*read)();
+        const char *path, *function;
+    } rows[] = {{&ZOLPSI::GetPsiCpuSomeAvg10, "/proc/pressure/cpu", "GetPsiCpuSomeAvg10"},
+                {&ZOLPSI::GetPsiMemSomeAvg10, "/proc/pressure/memory", "GetPsiMemSomeAvg10"},
+                {&ZOLPSI::GetPsiIoSomeAvg10, "/proc/pressure/io", "GetPsiIoSomeAvg10"}};
+    for (const auto& row : rows) {
+        log.Clear();
+        const float value = (psi.*row.read)();
+        if (access(row.path, R_OK) == 0) {
+            EXPECT_TRUE(value >= 0.0f && value <= 100.0f) << row.path;
+            EXPECT_TRUE(log.Lines().empty());
+        } else {
+            EXPECT_EQ(0.0f, value);
+            EXPECT_EQ(1u, log.Matching(ANDROID_LOG_INFO,
+                                       "zolpsi.cpp:# GetDataByPathAndKeyword() [" + address +
+                                           "] failed open file path:" + row.path));
+            EXPECT_EQ(1u,
+                      log.Matching(ANDROID_LOG_INFO, std::string("zolpsi.cpp:# ") + row.function +
+                                                         "() [" + address + "] get data failed!"));
+        }
     }
-
-    zoltest::DeviceRoot m_root;
-    zoltest::LogCapture m_capture;
-    ZOLPSI m_psi;
-    int m_files = 0;
-};
-
-TEST_F(PsiTest, ReadsTheNumberAfterTheKeyword) {
-    const std::string path = Prepare(
-        "some avg10=12.50 avg60=3.00 avg300=1.00 total=123456\n"
-        "full avg10=0.75 avg60=0.50 avg300=0.25 total=4567\n");
-    float value = kUntouched;
-    EXPECT_TRUE(m_psi.GetDataByPathAndKeyword(path.c_str(), kKeyword, &value));
-    EXPECT_FLOAT_EQ(12.5f, value);
-    EXPECT_TRUE(m_psi.GetDataByPathAndKeyword(path.c_str(), "full avg10=", &value));
-    EXPECT_FLOAT_EQ(0.75f, value);
-    EXPECT_TRUE(m_psi.GetDataByPathAndKeyword(path.c_str(), "avg300=", &value));
-    EXPECT_FLOAT_EQ(1.0f, value) << "the first line holding the keyword wins";
-}
-
-TEST_F(PsiTest, FindsTheKeywordOnALaterLineAnywhereInIt) {
-    const std::string path = Prepare("header\nnothing here\n  xx some avg10=99.99 avg60=1\n");
-    float value = kUntouched;
-    EXPECT_TRUE(m_psi.GetDataByPathAndKeyword(path.c_str(), kKeyword, &value));
-    EXPECT_FLOAT_EQ(99.99f, value);
-}
-
-TEST_F(PsiTest, TextThatIsNoNumberGivesZero) {
-    const std::string path = Prepare("some avg10=n/a\n");
-    float value = kUntouched;
-    EXPECT_TRUE(m_psi.GetDataByPathAndKeyword(path.c_str(), kKeyword, &value));
-    EXPECT_EQ(0.0f, value);
-}
-
-TEST_F(PsiTest, MissingKeywordFailsWithoutWriting) {
-    const std::string path = Prepare("full avg10=1.00\nSOME AVG10=2.00\n");  // case-sensitive
-    float value = kUntouched;
-    EXPECT_FALSE(m_psi.GetDataByPathAndKeyword(path.c_str(), kKeyword, &value));
-    EXPECT_EQ(kUntouched, value);
-    EXPECT_FALSE(m_psi.GetDataByPathAndKeyword(Prepare("").c_str(), kKeyword, &value));
-    EXPECT_EQ(kUntouched, value);
-}
-
-TEST_F(PsiTest, NullPathIsReported) {
-    float value = kUntouched;
-    EXPECT_FALSE(m_psi.GetDataByPathAndKeyword(nullptr, kKeyword, &value));
-    EXPECT_EQ(kUntouched, value);
-    EXPECT_TRUE(HasLine("GetDataByPathAndKeyword", "pPath is null"));
-}
-
-TEST_F(PsiTest, UnreadableFileIsReported) {
-    const std::string path = m_root.Resolve("/no/such/file");
-    float value = kUntouched;
-    EXPECT_FALSE(m_psi.GetDataByPathAndKeyword(path.c_str(), kKeyword, &value));
-    EXPECT_EQ(kUntouched, value);
-    EXPECT_TRUE(HasLine("GetDataByPathAndKeyword", "failed open file path:" + path));
-}
-
-TEST_F(PsiTest, NoLinesBelowLevelI) {
-    __atomic_store_n(&ZOLToolsLogLevel, 3, __ATOMIC_RELAXED);
-    float value = kUntouched;
-    EXPECT_FALSE(m_psi.GetDataByPathAndKeyword(nullptr, kKeyword, &value));
-    EXPECT_FALSE(m_psi.GetDataByPathAndKeyword("/no/such/file", kKeyword, &value));
-    EXPECT_EQ(0u, m_capture.Count("zolpsi.cpp"));
-}
-
-// The kernel's own files, where the machine has them.
-TEST_F(PsiTest, ReadsTheKernelFiles) {
-    if (access("/proc/pressure/cpu", R_OK) != 0) {
-        GTEST_SKIP() << "no pressure stall information on this kernel";
-    }
-    float value = kUntouched;
-    EXPECT_TRUE(m_psi.GetDataByPathAndKeyword("/proc/pressure/cpu", kKeyword, &value));
-    EXPECT_GE(value, 0.0f);
-    EXPECT_LE(value, 100.0f);
-    for (float reading :
-         {m_psi.GetPsiCpuSomeAvg10(), m_psi.GetPsiMemSomeAvg10(), m_psi.GetPsiIoSomeAvg10()}) {
-        EXPECT_GE(reading, 0.0f);
-        EXPECT_LE(reading, 100.0f);
-    }
-    EXPECT_EQ(0u, m_capture.Count("get data failed!"));
-}
-
-TEST_F(PsiTest, ReaderWithoutKernelFileReportsAndGivesZero) {
-    if (access("/proc/pressure/io", R_OK) == 0) {
-        GTEST_SKIP() << "this kernel has pressure stall information";
-    }
-    EXPECT_EQ(0.0f, m_psi.GetPsiIoSomeAvg10());
-    EXPECT_TRUE(HasLine("GetDataByPathAndKeyword", "failed open file path:/proc/pressure/io"));
-    EXPECT_TRUE(HasLine("GetPsiIoSomeAvg10", "get data failed!"));
 }
 
 }  // namespace

@@ -6,67 +6,55 @@
 
 namespace {
 
-std::string Lowered(std::string text) {
-    ZOLStrUtil::ToLowerCaseStr(&text[0]);
-    return text;
+TEST(StrUtil, LowersAsciiCapitalsOnlyAndStopsAtTheEnd) {
+    const struct {
+        std::string text, lowered;
+    } rows[] = {{"MiXeD CaSe 123 _-+!", "mixed case 123 _-+!"},
+                {"@[`{AZ", "@[`{az"},  // the neighbours of A-Z and a-z stay
+                {"\xC0\xC9\xDE\xFF", "\xC0\xC9\xDE\xFF"},
+                {"", ""},
+                {std::string("AB\0CD", 5), std::string("ab\0CD", 5)}};
+    for (auto row : rows) {
+        ZOLStrUtil::ToLowerCaseStr(&row.text[0]);
+        EXPECT_EQ(row.lowered, row.text);
+    }
 }
 
-TEST(StrUtilTest, LowersAsciiCapitalsOnly) {
-    EXPECT_EQ("mixed case 123 _-+!", Lowered("MiXeD CaSe 123 _-+!"));
-    EXPECT_EQ("@[`{", Lowered("@[`{")) << "the neighbours of A-Z and a-z stay";
-    EXPECT_EQ("az", Lowered("AZ"));
-    EXPECT_EQ("\xC0\xC9\xDE\xFF", Lowered("\xC0\xC9\xDE\xFF")) << "bytes above 127 stay";
-    EXPECT_EQ("", Lowered(""));
-    EXPECT_EQ(std::string("ab\0CD", 5), Lowered(std::string("AB\0CD", 5))) << "stops at NUL";
-}
-
-TEST(StrUtilTest, ReadsPlainDecimals) {
-    EXPECT_EQ(0.0f, ZOLStrUtil::StrToFloat(""));
-    EXPECT_EQ(42.0f, ZOLStrUtil::StrToFloat("42"));
-    EXPECT_EQ(12.5f, ZOLStrUtil::StrToFloat("12.5"));
-    EXPECT_EQ(0.5f, ZOLStrUtil::StrToFloat(".5"));
-    EXPECT_EQ(7.0f, ZOLStrUtil::StrToFloat("7."));
-    EXPECT_FLOAT_EQ(3.14159f, ZOLStrUtil::StrToFloat("3.14159"));
-}
-
-TEST(StrUtilTest, SkipsSignsLettersAndEverythingElse) {
-    EXPECT_EQ(2.5f, ZOLStrUtil::StrToFloat("-2.5")) << "never negative";
-    EXPECT_EQ(7.0f, ZOLStrUtil::StrToFloat(" + 7 "));
-    EXPECT_EQ(123.0f, ZOLStrUtil::StrToFloat("1a2b3"));
-    EXPECT_EQ(13.0f, ZOLStrUtil::StrToFloat("1e3")) << "no exponent: its digits join";
-    EXPECT_EQ(15.0f, ZOLStrUtil::StrToFloat("1,5"));
-    EXPECT_EQ(0.0f, ZOLStrUtil::StrToFloat("abc"));
-}
-
-TEST(StrUtilTest, SecondPointReturnsToTheIntegerPart) {
-    EXPECT_EQ(15.0f, ZOLStrUtil::StrToFloat("1.2.3"));
-    // A third point starts a new fraction on the value reached: 15 + 0.4.
-    EXPECT_EQ(15.0f + 4.0f / 10.0f, ZOLStrUtil::StrToFloat("1.2.3.4"));
-}
-
-TEST(StrUtilTest, ComputesInSinglePrecision) {
-    // 1 + 1/10 + 1/100 + 1/1000, every step rounded to float.
-    float expected = 1.0f;
-    expected += 1.0f / 10.0f;
-    expected += 1.0f / 100.0f;
-    expected += 1.0f / 1000.0f;
-    EXPECT_EQ(expected, ZOLStrUtil::StrToFloat("1.111"));
-    EXPECT_EQ(16777216.0f, ZOLStrUtil::StrToFloat("16777217"));
-}
-
-// A fraction keeps its first 19 digits; the 20th and later would need a divisor above 10^19.
-TEST(StrUtilTest, FractionDigitsPastTheNineteenthAreIgnored) {
-    const std::string nineteen = "0.1234567890123456789";
-    EXPECT_EQ(ZOLStrUtil::StrToFloat(nineteen.c_str()),
-              ZOLStrUtil::StrToFloat((nineteen + "99999999999999999999").c_str()));
-
-    const std::string zeros18 = "0." + std::string(18, '0');
-    EXPECT_EQ(9.0f / 1e19f, ZOLStrUtil::StrToFloat((zeros18 + "9").c_str())) << "19th digit";
-    EXPECT_EQ(0.0f, ZOLStrUtil::StrToFloat((zeros18 + "09").c_str())) << "20th digit";
-
-    // The limit is per fraction run: a later run counts its digits afresh.
-    const std::string longRun = "2." + std::string(40, '0');
-    EXPECT_EQ(23.5f, ZOLStrUtil::StrToFloat((longRun + ".3.5").c_str()));
+// Digits and points only, in single precision: no sign, no exponent, and a second point goes
+// back to the integer part.
+TEST(StrUtil, StrToFloatReadsDigitsAndPointsOnly) {
+    float thousandth = 1.0f;  // every step rounded to float
+    thousandth += 1.0f / 10.0f;
+    thousandth += 1.0f / 100.0f;
+    thousandth += 1.0f / 1000.0f;
+    const std::string zeros18 = "0." + std::string(18, '0'), nineteen = "0.1234567890123456789";
+    const struct {
+        std::string text;
+        float value;
+    } rows[] = {{"", 0.0f},
+                {"42", 42.0f},
+                {"12.5", 12.5f},
+                {".5", 0.5f},
+                {"7.", 7.0f},
+                {"3.25", 3.25f},
+                {"-2.5", 2.5f},
+                {" + 7 ", 7.0f},
+                {"1a2b3", 123.0f},
+                {"1e3", 13.0f},
+                {"1,5", 15.0f},
+                {"abc", 0.0f},
+                {"1.2.3", 15.0f},
+                {"1.2.3.4", 15.0f + 4.0f / 10.0f},
+                {"1.111", thousandth},
+                {"16777217", 16777216.0f},
+                // A fraction run keeps its first 19 digits; a later run counts afresh.
+                {zeros18 + "9", 9.0f / 1e19f},
+                {zeros18 + "09", 0.0f},
+                {nineteen + "99999999999999999999", ZOLStrUtil::StrToFloat(nineteen.c_str())},
+                {"2." + std::string(40, '0') + ".3.5", 23.5f}};
+    for (const auto& row : rows) {
+        EXPECT_EQ(row.value, ZOLStrUtil::StrToFloat(row.text.c_str())) << '"' << row.text << '"';
+    }
 }
 
 }  // namespace

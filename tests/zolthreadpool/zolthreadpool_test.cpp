@@ -1,10 +1,12 @@
+// Every TEST is a process of its own: the calls recorded below and the context table are
+// process-wide.
 #include <gtest/gtest.h>
 
 #include <pthread.h>
 #include <unistd.h>
 
-#include <condition_variable>
-#include <cstdint>
+#include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
@@ -14,89 +16,68 @@
 
 #include "zolthreadcontextmanager.h"
 #include "zolthreadpool.h"
+#include "zoltest.h"
 
 namespace {
 
-unsigned int Tid() {
-    return static_cast<unsigned int>(gettid());
+using CM = ZOLThreadContextManager;
+
+unsigned Tid() {
+    return static_cast<unsigned>(gettid());
 }
 
-// What the tasks of a test report back: every call with the thread that made it and the
-// context that thread had while the task ran. Tasks reach it through their argument block.
-// Declare it before the pool, so that it outlives the workers that report to it.
-struct Probe {
-    struct Call {
-        int index;
-        unsigned int tid;
-        int contextResult;
-        ZOLThreadContext context;
-    };
+ZOLThreadContext Context(uint64_t seed) {
+    ZOLThreadContext ctx;
+    for (uint64_t i = 0; i < 5; ++i) {
+        ctx.words[i] = (seed << 8) + i + 1;
+    }
+    return ctx;
+}
 
-    std::mutex mutex;
-    std::condition_variable cond;
-    std::vector<Call> calls;
-    bool open = true;  // a gate that blocking tasks wait on
-    int blocked = 0;   // blocking tasks currently waiting at the gate
-
-    void WaitForCalls(size_t n) {
-        std::unique_lock<std::mutex> lock(mutex);
-        cond.wait(lock, [&] { return calls.size() >= n; });
-    }
-    void WaitForBlocked(int n) {
-        std::unique_lock<std::mutex> lock(mutex);
-        cond.wait(lock, [&] { return blocked >= n; });
-    }
-    void Close() {
-        std::lock_guard<std::mutex> lock(mutex);
-        open = false;
-    }
-    void Open() {
-        {
-            std::lock_guard<std::mutex> lock(mutex);
-            open = true;
-        }
-        cond.notify_all();
-    }
-    std::vector<Call> Calls() {
-        std::lock_guard<std::mutex> lock(mutex);
-        return calls;
-    }
-};
-
-struct Arg {
-    Probe* probe;
+// A task's run: its index, its thread and that thread's context entry while it ran.
+struct Call {
     int index;
+    unsigned tid;
+    int contextResult;
+    ZOLThreadContext context;
 };
+std::mutex g_mutex;
+std::vector<Call> g_calls;
+std::atomic<bool> g_open{true};  // the gate Blocking tasks wait at
+std::atomic<int> g_blocked{0};
 
-// Records the call, with the context of the running thread as the table has it now.
-void Record(void* arg, uint32_t argSize) {
-    EXPECT_EQ(sizeof(Arg), argSize);
-    const Arg* a = static_cast<const Arg*>(arg);
-    Probe::Call call{a->index, Tid(), 0, {}};
-    call.contextResult = ZOLThreadContextManager::GetContextByThreadId(call.tid, call.context);
-    std::lock_guard<std::mutex> lock(a->probe->mutex);
-    a->probe->calls.push_back(call);
-    a->probe->cond.notify_all();
+std::vector<Call> Calls() {
+    std::lock_guard<std::mutex> lock(g_mutex);
+    return g_calls;
 }
 
-// Waits at the probe's gate, then records the call.
-void BlockThenRecord(void* arg, uint32_t argSize) {
-    Probe* probe = static_cast<const Arg*>(arg)->probe;
-    {
-        std::unique_lock<std::mutex> lock(probe->mutex);
-        ++probe->blocked;
-        probe->cond.notify_all();
-        probe->cond.wait(lock, [&] { return probe->open; });
-        --probe->blocked;
+// The indices of the tasks that ran, sorted, once at least `n` ran.
+std::vector<int> Ran(size_t n = 0) {
+    EXPECT_TRUE(zoltest::WaitUntil([&] { return Calls().size() >= n; }));
+    std::vector<int> out;
+    for (const Call& call : Calls()) {
+        out.push_back(call.index);
     }
+    std::sort(out.begin(), out.end());
+    return out;
+}
+
+// Task functions; the argument holds the task's index.
+void Record(void* arg, uint32_t argSize) {
+    EXPECT_EQ(sizeof(int), argSize);
+    Call call{*static_cast<const int*>(arg), Tid(), 0, {}};
+    call.contextResult = CM::GetContextByThreadId(call.tid, call.context);
+    std::lock_guard<std::mutex> lock(g_mutex);
+    g_calls.push_back(call);
+}
+void Blocking(void* arg, uint32_t argSize) {
+    ++g_blocked;
+    zoltest::WaitUntil([] { return g_open.load(); }, 600);
     Record(arg, argSize);
 }
-
-// Gives the running worker a context of its own.
-void MapOwnContext(void* arg, uint32_t argSize) {
-    ZOLThreadContext own{};
-    own.words[0] = 0x0DDC0FFEE;
-    ZOLThreadContextManager::MapContextToThreadId(Tid(), &own);
+void MapOwn(void* arg, uint32_t argSize) {  // the worker maps a context of its own first
+    ZOLThreadContext own = Context(0xC0FFEE);
+    CM::MapContextToThreadId(Tid(), &own);
     Record(arg, argSize);
 }
 
@@ -108,346 +89,154 @@ void Submit(ZOLThreadPool& pool, const ZOLThreadPoolTask& task) {
     pool.m_taskCond.notify_one();
 }
 
-// A record whose malloc'ed argument block points back at the probe.
-ZOLThreadPoolTask MakeTask(Probe& probe, int index, void (*func)(void*, uint32_t) = Record,
-                           unsigned int ctxThreadId = 0) {
-    Arg* arg = static_cast<Arg*>(malloc(sizeof(Arg)));
-    *arg = Arg{&probe, index};
-    return ZOLThreadPoolTask{ZOLThreadPool::kCmdRun, func, arg, sizeof(Arg), ctxThreadId};
+void Submit(ZOLThreadPool& pool, int index, void (*func)(void*, uint32_t) = Record,
+            unsigned ctxThreadId = 0) {
+    int* arg = static_cast<int*>(malloc(sizeof(int)));
+    *arg = index;
+    Submit(pool, {ZOLThreadPool::kCmdRun, func, arg, sizeof(int), ctxThreadId});
 }
 
-size_t PendingRecords(ZOLThreadPool& pool) {
+std::vector<uint32_t> PendingCommands(ZOLThreadPool& pool) {
     std::lock_guard<std::mutex> lock(pool.m_taskMutex);
-    return pool.m_taskList.size();
-}
-
-ZOLThreadContext MakeContext(uint64_t seed) {
-    ZOLThreadContext ctx;
-    for (int i = 0; i < 5; ++i) {
-        ctx.words[i] = (seed << 8) + static_cast<uint64_t>(i) + 1;
+    std::vector<uint32_t> out;
+    for (const ZOLThreadPoolTask& task : pool.m_taskList) {
+        out.push_back(task.cmd);
     }
-    return ctx;
+    return out;
 }
 
-bool Same(const ZOLThreadContext& a, const ZOLThreadContext& b) {
-    return std::memcmp(&a, &b, sizeof(ZOLThreadContext)) == 0;
-}
-
-// Workers and submitters share the process-wide context table: every test starts from an empty
-// one, however the tests are run.
-class ZOLThreadPoolTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        std::lock_guard<std::mutex> lock(ZOLThreadContextManager::m_threadIdToContextMapLock);
-        ZOLThreadContextManager::m_threadIdToContextMap.clear();
-    }
-};
-
-TEST_F(ZOLThreadPoolTest, DeInitWithoutInitOnlyFlushes) {
-    Probe probe;
+// Records pending at DeInit of a pool never initialised are dropped, arguments freed (the leak
+// check sees it); those pending at Init are dropped without (ASan reports a free of `unowned`).
+// Each task then runs once, on a worker; Init works again after DeInit, and the destructor ends
+// the second run.
+TEST(ThreadPool, LifecycleRunsEveryTaskOnceOnAWorker) {
     ZOLThreadPool pool;
-    EXPECT_TRUE(pool.m_workers.empty());
-    EXPECT_TRUE(pool.m_taskList.empty());
-    for (int i = 0; i < 3; ++i) {
-        Submit(pool, MakeTask(probe, i));  // arguments freed by the flush (leak check)
-    }
+    Submit(pool, -1);
     pool.DeInit();
-    EXPECT_EQ(0u, PendingRecords(pool));  // no workers, so no exit records either
-    EXPECT_TRUE(pool.m_workers.empty());
-    EXPECT_TRUE(probe.Calls().empty());
-    pool.DeInit();  // and again, harmlessly
-}
-
-TEST_F(ZOLThreadPoolTest, InitStartsEveryWorkerAndEachTaskRunsOnce) {
-    Probe probe;
-    ZOLThreadPool pool;
+    EXPECT_TRUE(PendingCommands(pool).empty()) << "no workers, so no exit records either";
+    static int unowned = -2;
+    Submit(pool, {ZOLThreadPool::kCmdRun, Record, &unowned, sizeof(int), 0});
     EXPECT_TRUE(pool.Init(0));
     EXPECT_TRUE(pool.m_workers.empty());
-
     ASSERT_TRUE(pool.Init(4));
-    ASSERT_EQ(4u, pool.m_workers.size());
     const std::set<long> handles(pool.m_workers.begin(), pool.m_workers.end());
     EXPECT_EQ(4u, handles.size());
     EXPECT_EQ(0u, handles.count(0));
-
-    constexpr int kTasks = 200;
-    for (int i = 0; i < kTasks; ++i) {
-        Submit(pool, MakeTask(probe, i));
+    std::vector<int> all(100);
+    for (int i = 0; i < 100; ++i) {
+        Submit(pool, all[i] = i);
     }
-    probe.WaitForCalls(kTasks);
-    std::vector<int> runs(kTasks, 0);
-    for (const Probe::Call& call : probe.Calls()) {
-        ++runs[call.index];
-        EXPECT_NE(Tid(), call.tid);
-        EXPECT_EQ(3, call.contextResult);  // records without a submitter carry no context
-    }
-    EXPECT_EQ(std::vector<int>(kTasks, 1), runs);
-
+    EXPECT_EQ(all, Ran(100));
     pool.DeInit();
     EXPECT_TRUE(pool.m_workers.empty());
-    EXPECT_EQ(0u, PendingRecords(pool));  // every exit record was taken
+    EXPECT_TRUE(PendingCommands(pool).empty()) << "every exit record was taken";
+    for (const Call& call : Calls()) {
+        EXPECT_NE(Tid(), call.tid);
+        EXPECT_EQ(3, call.contextResult) << "a record without a submitter lends no context";
+    }
+    ASSERT_TRUE(pool.Init(2));
+    Submit(pool, 100);
+    all.push_back(100);
+    EXPECT_EQ(all, Ran(101));
 }
 
-// With a default stack size no system can map, no thread can be created: Init reports it and
-// lists no worker; once threads can start again, the same pool initialises normally.
-TEST_F(ZOLThreadPoolTest, InitReportsWorkersThatCouldNotStart) {
-    pthread_attr_t original;
+// With a default stack size no system can map, no thread starts: Init says so and lists none.
+TEST(ThreadPool, InitReportsWorkersThatCouldNotStart) {
+    pthread_attr_t original, huge;
     ASSERT_EQ(0, pthread_getattr_default_np(&original));
-    pthread_attr_t huge;
     ASSERT_EQ(0, pthread_attr_init(&huge));
     ASSERT_EQ(0, pthread_attr_setstacksize(&huge, size_t{1} << 60));
     ASSERT_EQ(0, pthread_setattr_default_np(&huge));
-
-    Probe probe;
     ZOLThreadPool pool;
     const bool started = pool.Init(3);
     const size_t workers = pool.m_workers.size();
     ASSERT_EQ(0, pthread_setattr_default_np(&original));
-    pthread_attr_destroy(&huge);
-    pthread_attr_destroy(&original);
     EXPECT_FALSE(started);
     EXPECT_EQ(0u, workers);
-
-    ASSERT_TRUE(pool.Init(2));
-    EXPECT_EQ(2u, pool.m_workers.size());
-    Submit(pool, MakeTask(probe, 0));
-    probe.WaitForCalls(1);
+    EXPECT_TRUE(pool.Init(2));
 }
 
-// One worker takes records strictly in order, so a final marker task shows that everything
-// before it has been handled.
-TEST_F(ZOLThreadPoolTest, WorkerDropsRecordsItMustNotRun) {
-    // A block the pool must not free: ASan reports any free() of it.
-    static char unknownCmdArg[16];
-
-    Probe probe;
+// One worker takes records in order: once the final marker ran, every record before it was
+// handled. The leak check shows an argument not freed, ASan a free of `unowned`.
+TEST(ThreadPool, RecordsThatMustNotRunAreDropped) {
+    static int unowned = -1;
+    int* owned[2] = {static_cast<int*>(malloc(4)), static_cast<int*>(malloc(4))};
+    const ZOLThreadPoolTask rows[] = {
+        {2, Record, &unowned, 4, 0},            // unknown command: taken, argument kept
+        {0xFFFFFFFFu, Record, &unowned, 4, 0},  // likewise
+        {0, nullptr, owned[0], 4, 0},           // no function: argument freed
+        {0, nullptr, nullptr, 0, 0},            // nothing at all
+        {0, Record, nullptr, 8, 0},             // a size without a block
+        {0, Record, owned[1], 0, 0},            // a block without a size: freed
+    };
     ZOLThreadPool pool;
     ASSERT_TRUE(pool.Init(1));
-
-    // Unknown commands are taken and ignored: not run, argument not freed.
-    Submit(pool, ZOLThreadPoolTask{2, Record, unknownCmdArg, sizeof(unknownCmdArg), 0});
-    Submit(pool, ZOLThreadPoolTask{0xFFFFFFFFu, Record, unknownCmdArg, 1, 0});
-    // No function: the argument is freed (leak check), nothing runs.
-    ZOLThreadPoolTask noFunc = MakeTask(probe, 10);
-    noFunc.func = nullptr;
-    Submit(pool, noFunc);
-    Submit(pool, ZOLThreadPoolTask{0, nullptr, nullptr, 0, 0});
-    // Size without a block: dropped, nothing to free.
-    Submit(pool, ZOLThreadPoolTask{0, Record, nullptr, 8, 0});
-    // Block without a size: freed (leak check) and not run.
-    ZOLThreadPoolTask noSize = MakeTask(probe, 11);
-    noSize.argSize = 0;
-    Submit(pool, noSize);
-
-    Submit(pool, MakeTask(probe, 99));
-    probe.WaitForCalls(1);
-    const std::vector<Probe::Call> calls = probe.Calls();
-    ASSERT_EQ(1u, calls.size());
-    EXPECT_EQ(99, calls[0].index);
-    pool.DeInit();
+    for (const ZOLThreadPoolTask& row : rows) {
+        Submit(pool, row);
+    }
+    Submit(pool, 99);
+    EXPECT_EQ(std::vector<int>{99}, Ran(1));
 }
 
-TEST_F(ZOLThreadPoolTest, WorkerAdoptsTheSubmittersContextForOneTask) {
-    Probe probe;
+// A record naming a submitter runs with a copy of its context (all zero when it has none; a
+// context the worker already has wins), and the worker's entry goes after the task.
+TEST(ThreadPool, WorkerTakesOnTheSubmittersContextForOneTask) {
+    constexpr unsigned kLender = 4000001, kNobody = 4000002;
+    ZOLThreadContext lent = Context(42);
+    ASSERT_EQ(0, CM::MapContextToThreadId(kLender, &lent));
+    const struct {
+        void (*func)(void*, uint32_t);
+        unsigned submitter;
+        int contextResult;
+        uint64_t context;  // seed; 0: all zero
+    } rows[] = {
+        {Record, kLender, 0, 42}, {Record, 0, 3, 0},        {Record, kNobody, 0, 0},
+        {Record, 0, 3, 0},        {MapOwn, 0, 0, 0xC0FFEE}, {Record, kLender, 0, 0xC0FFEE},
+        {Record, 0, 3, 0},
+    };
     ZOLThreadPool pool;
     ASSERT_TRUE(pool.Init(1));
-    ZOLThreadContext mine = MakeContext(42);
-    ASSERT_EQ(0, ZOLThreadContextManager::MapContextToThreadId(Tid(), &mine));
-
-    Submit(pool, MakeTask(probe, 0, Record, Tid()));
-    Submit(pool, MakeTask(probe, 1));  // runs after the first task's context was dropped
-    probe.WaitForCalls(2);
-    const std::vector<Probe::Call> calls = probe.Calls();
-    ASSERT_EQ(0, calls[0].index);
-    EXPECT_EQ(0, calls[0].contextResult);
-    EXPECT_TRUE(Same(mine, calls[0].context));
-    EXPECT_EQ(3, calls[1].contextResult);
-
-    // The submitter keeps its own entry; the worker's is gone.
-    ZOLThreadContext out{};
-    EXPECT_EQ(0, ZOLThreadContextManager::GetContextByThreadId(Tid(), out));
-    EXPECT_TRUE(Same(mine, out));
-    EXPECT_EQ(1u, ZOLThreadContextManager::m_threadIdToContextMap.size());
+    for (int i = 0; i < 7; ++i) {
+        Submit(pool, i, rows[i].func, rows[i].submitter);
+    }
+    Ran(7);
+    const std::vector<Call> calls = Calls();
+    for (int i = 0; i < 7; ++i) {
+        ASSERT_EQ(i, calls[i].index);
+        EXPECT_EQ(rows[i].contextResult, calls[i].contextResult) << i;
+        const ZOLThreadContext want =
+            rows[i].context ? Context(rows[i].context) : ZOLThreadContext{};
+        if (rows[i].contextResult == 0) {
+            EXPECT_EQ(0, memcmp(&want, &calls[i].context, sizeof(want))) << i;
+        }
+    }
     pool.DeInit();
+    EXPECT_EQ(1u, CM::m_threadIdToContextMap.size()) << "only the lender's own entry is left";
 }
 
-TEST_F(ZOLThreadPoolTest, SubmitterWithoutContextGivesAnAllZeroOne) {
-    Probe probe;
-    ZOLThreadPool pool;
-    ASSERT_TRUE(pool.Init(1));
-    Submit(pool, MakeTask(probe, 0, Record, Tid()));  // this thread has no entry
-    Submit(pool, MakeTask(probe, 1));
-    probe.WaitForCalls(2);
-    const std::vector<Probe::Call> calls = probe.Calls();
-    EXPECT_EQ(0, calls[0].contextResult);
-    EXPECT_TRUE(Same(ZOLThreadContext{}, calls[0].context));
-    EXPECT_EQ(3, calls[1].contextResult);
-    EXPECT_TRUE(ZOLThreadContextManager::m_threadIdToContextMap.empty());
-    pool.DeInit();
-}
-
-// A worker that already has a context keeps it through the task, and loses it afterwards
-// like any adopted one.
-TEST_F(ZOLThreadPoolTest, WorkersOwnContextIsKeptDuringTheTask) {
-    Probe probe;
-    ZOLThreadPool pool;
-    ASSERT_TRUE(pool.Init(1));
-    ZOLThreadContext mine = MakeContext(7);
-    ASSERT_EQ(0, ZOLThreadContextManager::MapContextToThreadId(Tid(), &mine));
-
-    Submit(pool, MakeTask(probe, 0, MapOwnContext));
-    Submit(pool, MakeTask(probe, 1, Record, Tid()));
-    Submit(pool, MakeTask(probe, 2));
-    probe.WaitForCalls(3);
-    const std::vector<Probe::Call> calls = probe.Calls();
-    ASSERT_EQ(0, calls[0].contextResult);
-    EXPECT_EQ(0x0DDC0FFEEu, calls[0].context.words[0]);
-    ASSERT_EQ(0, calls[1].contextResult);
-    EXPECT_TRUE(Same(calls[0].context, calls[1].context));
-    EXPECT_EQ(3, calls[2].contextResult);
-    pool.DeInit();
-}
-
-TEST_F(ZOLThreadPoolTest, ExitRecordEndsOneWorkerAndDeInitStillSendsOnePerWorker) {
-    Probe probe;
+// An exit record ends exactly one worker; DeInit drops what is pending unrun, then still sends
+// one exit record per started worker, behind the tasks running now.
+TEST(ThreadPool, ExitRecordsAndDeInitWithBusyWorkers) {
+    g_open = false;
     ZOLThreadPool pool;
     ASSERT_TRUE(pool.Init(3));
-    probe.Close();
-    Submit(pool, ZOLThreadPoolTask{ZOLThreadPool::kCmdExit, nullptr, nullptr, 0, 0});
-    for (int i = 0; i < 3; ++i) {
-        Submit(pool, MakeTask(probe, i, BlockThenRecord));
+    Submit(pool, {ZOLThreadPool::kCmdExit, nullptr, nullptr, 0, 0});
+    for (int i = 0; i < 6; ++i) {
+        Submit(pool, i, i < 3 ? Blocking : Record);
     }
-    // Records are taken in order: once two tasks wait, the exit record is gone, and with one
-    // worker ended the third task has nobody to take it.
-    probe.WaitForBlocked(2);
-    EXPECT_EQ(1u, PendingRecords(pool));
-    probe.Open();
-    probe.WaitForCalls(3);
-    std::set<unsigned int> tids;
-    for (const Probe::Call& call : probe.Calls()) {
-        tids.insert(call.tid);
-    }
-    EXPECT_EQ(2u, tids.size());
-
-    pool.DeInit();  // joins all three, the ended one included
-    EXPECT_TRUE(pool.m_workers.empty());
-    // Three exit records for two live workers: one is left over.
-    std::lock_guard<std::mutex> lock(pool.m_taskMutex);
-    ASSERT_EQ(1u, pool.m_taskList.size());
-    EXPECT_EQ(ZOLThreadPool::kCmdExit, pool.m_taskList.front().cmd);
-}
-
-TEST_F(ZOLThreadPoolTest, DeInitDropsPendingRecordsWithoutRunningThem) {
-    Probe probe;
-    ZOLThreadPool pool;
-    ASSERT_TRUE(pool.Init(2));
-    probe.Close();
-    Submit(pool, MakeTask(probe, 0, BlockThenRecord));
-    Submit(pool, MakeTask(probe, 1, BlockThenRecord));
-    probe.WaitForBlocked(2);  // both workers are busy; what follows stays pending
-    for (int i = 10; i < 15; ++i) {
-        Submit(pool, MakeTask(probe, i));
-    }
-    ASSERT_EQ(5u, PendingRecords(pool));
-
-    // DeInit flushes, queues the exit records and then waits to join the blocked workers: it
-    // must run on another thread. Open the gate only once the pending records were replaced by
-    // the two exit records.
+    ASSERT_TRUE(zoltest::WaitUntil([&] { return g_blocked == 2; }));
+    EXPECT_EQ(4u, PendingCommands(pool).size()) << "the ended worker took nothing more";
+    // DeInit waits for the blocked workers, so it runs aside; the gate opens once the pending
+    // records were replaced by the three exit records.
     std::thread deinit([&] { pool.DeInit(); });
-    for (;;) {
-        {
-            std::lock_guard<std::mutex> lock(pool.m_taskMutex);
-            if (pool.m_taskList.size() == 2 &&
-                pool.m_taskList.front().cmd == ZOLThreadPool::kCmdExit &&
-                pool.m_taskList.back().cmd == ZOLThreadPool::kCmdExit) {
-                break;
-            }
-        }
-        std::this_thread::yield();
-    }
-    probe.Open();
+    EXPECT_TRUE(zoltest::WaitUntil([&] { return PendingCommands(pool).size() == 3; }));
+    EXPECT_EQ(std::vector<uint32_t>(3, ZOLThreadPool::kCmdExit), PendingCommands(pool));
+    g_open = true;
     deinit.join();
-
-    std::set<int> ran;
-    for (const Probe::Call& call : probe.Calls()) {
-        ran.insert(call.index);
-    }
-    EXPECT_EQ((std::set<int>{0, 1}), ran);  // the dropped records never ran (and were freed)
+    EXPECT_EQ((std::vector<int>{0, 1}), Ran());
+    EXPECT_NE(Calls()[0].tid, Calls()[1].tid);
     EXPECT_TRUE(pool.m_workers.empty());
-    EXPECT_EQ(0u, PendingRecords(pool));
-}
-
-TEST_F(ZOLThreadPoolTest, InitDropsRecordsQueuedBeforeIt) {
-    static char notOwnedByThePool[4];  // Init must not free it, nor run its task
-    Probe probe;
-    ZOLThreadPool pool;
-    Submit(pool, ZOLThreadPoolTask{0, Record, notOwnedByThePool, 4, 0});
-    ASSERT_TRUE(pool.Init(1));
-    Submit(pool, MakeTask(probe, 1));
-    probe.WaitForCalls(1);
-    ASSERT_EQ(1u, probe.Calls().size());
-    EXPECT_EQ(1, probe.Calls()[0].index);
-}
-
-TEST_F(ZOLThreadPoolTest, InitDeInitCyclesAndDestructorJoin) {
-    Probe probe;
-    int submitted = 0;
-    {
-        ZOLThreadPool pool;
-        for (int cycle = 0; cycle < 3; ++cycle) {
-            ASSERT_TRUE(pool.Init(3));
-            ASSERT_EQ(3u, pool.m_workers.size());
-            for (int i = 0; i < 20; ++i) {
-                Submit(pool, MakeTask(probe, submitted++));
-            }
-            probe.WaitForCalls(static_cast<size_t>(submitted));
-            pool.DeInit();
-            EXPECT_TRUE(pool.m_workers.empty());
-        }
-        // Running again when the pool goes away: the destructor stops and joins the workers.
-        ASSERT_TRUE(pool.Init(2));
-        for (int i = 0; i < 20; ++i) {
-            Submit(pool, MakeTask(probe, submitted++));
-        }
-        probe.WaitForCalls(static_cast<size_t>(submitted));
-    }
-    EXPECT_EQ(static_cast<size_t>(submitted), probe.Calls().size());
-}
-
-// Several submitters, each with its own context, share four workers: every task sees exactly
-// its submitter's context, and no worker entry survives.
-TEST_F(ZOLThreadPoolTest, ConcurrentSubmittersEachLendTheirOwnContext) {
-    constexpr int kSubmitters = 4;
-    constexpr int kTasksEach = 250;
-    Probe probe;
-    ZOLThreadPool pool;
-    ASSERT_TRUE(pool.Init(4));
-    std::vector<std::thread> submitters;
-    for (int s = 0; s < kSubmitters; ++s) {
-        submitters.emplace_back([&, s] {
-            ZOLThreadContext ctx = MakeContext(static_cast<uint64_t>(s));
-            ASSERT_EQ(0, ZOLThreadContextManager::MapContextToThreadId(Tid(), &ctx));
-            for (int i = 0; i < kTasksEach; ++i) {
-                Submit(pool, MakeTask(probe, s * kTasksEach + i, Record, Tid()));
-            }
-            probe.WaitForCalls(kSubmitters * kTasksEach);  // keep the entry until all ran
-        });
-    }
-    for (std::thread& t : submitters) {
-        t.join();
-    }
-    pool.DeInit();  // after the join, every worker has dropped its adopted context
-
-    std::vector<int> runs(kSubmitters * kTasksEach, 0);
-    for (const Probe::Call& call : probe.Calls()) {
-        ++runs[call.index];
-        ASSERT_EQ(0, call.contextResult);
-        EXPECT_TRUE(
-            Same(MakeContext(static_cast<uint64_t>(call.index / kTasksEach)), call.context));
-    }
-    EXPECT_EQ(std::vector<int>(kSubmitters * kTasksEach, 1), runs);
-    EXPECT_EQ(static_cast<size_t>(kSubmitters),
-              ZOLThreadContextManager::m_threadIdToContextMap.size());
+    EXPECT_EQ(std::vector<uint32_t>{1}, PendingCommands(pool)) << "three for two live workers";
 }
 
 }  // namespace

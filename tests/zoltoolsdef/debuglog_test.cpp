@@ -1,98 +1,60 @@
 // The debug log with the offline log on: what reaches the Android log (tag, priority, cut) and
-// what reaches the offline log's files, including text that carries "%".
+// what reaches the offline log's files, where the text is formatted a second time.
+#include <android/log.h>
 #include <gtest/gtest.h>
 
-#include <android/log.h>
-
-#include <algorithm>
+#include <functional>
 #include <string>
 #include <vector>
 
-#include "../zolofflinelog/offlinelog_test_support.h"
+#include "zolofflinelog.h"
 #include "zoltest.h"
 #include "zoltoolsdef.h"
 
 namespace {
 
-using offlinelogtest::LogRoot;
-using offlinelogtest::MessageOf;
-using offlinelogtest::SplitLines;
-
-void WaitForFiles() {
-    ASSERT_TRUE(ZOLOfflineLog::GetInstance()->WaitForQueuedLines());
-}
-
-TEST(DebugLog, EachSeverityHasItsPriorityTagAndLetter) {
-    LogRoot root;
-    zoltest::LogCapture capture;
-    ZOLToolsLogLevel = 5;
-    const struct {
-        void (*log)(const char*, ...);
-        int priority;
-        const char* letter;
-    } rows[] = {{ZOLDebugLogE, ANDROID_LOG_ERROR, "E"},
-                {ZOLDebugLogW, ANDROID_LOG_WARN, "W"},
-                {ZOLDebugLogD, ANDROID_LOG_DEBUG, "D"},
-                {ZOLDebugLogI, ANDROID_LOG_INFO, "I"},
-                {ZOLDebugLogV, ANDROID_LOG_VERBOSE, "V"}};
-    for (const auto& row : rows) {
-        row.log("row %s %d", row.letter, row.priority);
-        WaitForFiles();
-    }
-    const std::vector<zoltest::LogLine> logged = capture.Lines();
-    ASSERT_EQ(5u, logged.size());
-    const std::vector<std::string> lines = SplitLines(root.ReadAll());
-    ASSERT_EQ(5u, lines.size());
-    for (size_t i = 0; i < 5; ++i) {
-        const std::string text =
-            std::string("row ") + rows[i].letter + " " + std::to_string(rows[i].priority);
-        EXPECT_EQ(rows[i].priority, logged[i].priority);
-        EXPECT_EQ("ZOL", logged[i].tag);
-        EXPECT_EQ(text, logged[i].text);
-        EXPECT_NE(std::string::npos, lines[i].find(std::string(" ") + rows[i].letter + " ZOL: "));
-        EXPECT_EQ(text, MessageOf(lines[i]));
-    }
-}
-
-TEST(DebugLog, MessageCutTo1023Characters) {
-    LogRoot root;
+TEST(DebugLog, EachSeverityReachesBothLogsWithItsPriorityAndLetter) {
+    zoltest::DeviceRoot root;
+    root.MakeDir("/data/vendor/camera/offlinelog");
     zoltest::LogCapture capture;
     const std::string longer(1500, 'z');
-    ZOLDebugLogW("%s", longer.c_str());
-    WaitForFiles();
-    const std::vector<std::string> texts = capture.Texts(ANDROID_LOG_WARN);
-    ASSERT_EQ(1u, texts.size());
-    EXPECT_EQ(std::string(1023, 'z'), texts[0]);
-    const std::vector<std::string> lines = SplitLines(root.ReadAll());
-    ASSERT_EQ(1u, lines.size());
-    EXPECT_EQ(std::string(1023, 'z'), MessageOf(lines[0]));
-}
-
-TEST(DebugLog, PercentSignsSurviveTheOfflineLogsSecondPass) {
-    LogRoot root;
-    zoltest::LogCapture capture;
-    // "100%%" is what a caller gets from formatting "100%%%%": the second pass makes it "100%",
-    // exactly as vsnprintf would.
-    ZOLDebugLogI("progress 100%%%%, %s", "done");
-    // A file name that carries conversions: the second pass copies them literally and reads no
-    // argument for them ("%n" in particular writes nothing).
-    ZOLDebugLogE("cannot open %s", "/data/dump_%s_%d_%n_%%.raw");
-    ZOLDebugLogD("%s", "%%%");
-    WaitForFiles();
-
-    const std::vector<std::string> texts = capture.Texts();
-    ASSERT_EQ(3u, texts.size());
-    EXPECT_EQ("progress 100%%, done", texts[0]);
-    EXPECT_EQ("cannot open /data/dump_%s_%d_%n_%%.raw", texts[1]);
-    std::vector<std::string> messages;
-    for (const std::string& line : SplitLines(root.ReadAll())) {
-        messages.push_back(MessageOf(line));
+    const struct {
+        std::function<void()> log;
+        int priority;
+        char letter;
+        std::string android, offline;
+    } rows[] = {
+        {[] { ZOLDebugLogE("row %s %d", "E", 6); }, ANDROID_LOG_ERROR, 'E', "row E 6", "row E 6"},
+        {[] { ZOLDebugLogW("row W"); }, ANDROID_LOG_WARN, 'W', "row W", "row W"},
+        {[] { ZOLDebugLogD("row D"); }, ANDROID_LOG_DEBUG, 'D', "row D", "row D"},
+        {[] { ZOLDebugLogI("row I"); }, ANDROID_LOG_INFO, 'I', "row I", "row I"},
+        {[] { ZOLDebugLogV("row V"); }, ANDROID_LOG_VERBOSE, 'V', "row V", "row V"},
+        {[&] { ZOLDebugLogW("%s", longer.c_str()); }, ANDROID_LOG_WARN, 'W', std::string(1023, 'z'),
+         std::string(1023, 'z')},
+        // The offline log formats the text again: "%%" becomes "%", and conversions a file name
+        // carries are copied as they stand, reading no argument ("%n" writes nothing).
+        {[] { ZOLDebugLogI("progress 100%%%%, %s", "done"); }, ANDROID_LOG_INFO, 'I',
+         "progress 100%%, done", "progress 100%, done"},
+        {[] { ZOLDebugLogE("cannot open %s", "/data/dump_%s_%d_%n_%%.raw"); }, ANDROID_LOG_ERROR,
+         'E', "cannot open /data/dump_%s_%d_%n_%%.raw", "cannot open /data/dump_%s_%d_%n_%.raw"},
+        {[] { ZOLDebugLogD("%s", "%%%"); }, ANDROID_LOG_DEBUG, 'D', "%%%", "%%"},
+    };
+    ZOLToolsLogLevel = 5;
+    for (const auto& row : rows) {
+        row.log();
+        ASSERT_TRUE(ZOLOfflineLog::GetInstance()->WaitForQueuedLines());  // keeps the file order
     }
-    std::sort(messages.begin(), messages.end());
-    ASSERT_EQ(3u, messages.size());
-    EXPECT_EQ("%%", messages[0]);
-    EXPECT_EQ("cannot open /data/dump_%s_%d_%n_%.raw", messages[1]);
-    EXPECT_EQ("progress 100%, done", messages[2]);
+    const std::vector<zoltest::LogLine> logged = capture.Lines();
+    const std::vector<zoltool::LogLine> written = zoltest::ReadOfflineLog(root.path());
+    ASSERT_EQ(std::size(rows), logged.size());
+    ASSERT_EQ(std::size(rows), written.size());
+    for (size_t i = 0; i < std::size(rows); ++i) {
+        EXPECT_EQ(rows[i].priority, logged[i].priority) << i;
+        EXPECT_EQ("ZOL", logged[i].tag);
+        EXPECT_EQ(rows[i].android, logged[i].text);
+        EXPECT_EQ(rows[i].letter, written[i].level);
+        EXPECT_EQ(rows[i].offline, written[i].message);
+    }
 }
 
 int g_evaluated = 0;
@@ -100,26 +62,30 @@ int Evaluated() {
     return ++g_evaluated;
 }
 
+// A write to the global takes effect at the next call site; a suppressed message costs no
+// formatting, nor the evaluation of its arguments.
 TEST(DebugLog, GuardSkipsSuppressedMessagesWithoutEvaluatingArguments) {
-    LogRoot root;
     zoltest::LogCapture capture;
-    ZOLToolsLogLevel = 2;  // a write to the global takes effect at the next call site
-    ZOL_LOGD("suppressed %d", Evaluated());
-    ZOL_LOGI("suppressed %d", Evaluated());
-    ZOL_LOGW("passed %d", Evaluated());
-    EXPECT_EQ(1, g_evaluated);
-    ZOLToolsLogLevel = 0;
-    ZOL_LOGE("suppressed %d", Evaluated());
-    ZOLToolsLogLevel = -7;
-    ZOL_LOGE("suppressed %d", Evaluated());
-    EXPECT_EQ(1, g_evaluated);
-    ZOLToolsLogLevel = 3;
-    ZOL_LOGD("passed %d", Evaluated());
-    WaitForFiles();
-    EXPECT_EQ(2, g_evaluated);
-    EXPECT_EQ(0u, capture.Count("suppressed"));
-    EXPECT_EQ(2u, capture.Count("passed"));
-    EXPECT_EQ(2u, SplitLines(root.ReadAll()).size());
+    const struct {
+        int level;
+        std::function<void()> log;
+        bool passes;
+    } rows[] = {
+        {2, [] { ZOL_LOGD("%d", Evaluated()); }, false},
+        {2, [] { ZOL_LOGI("%d", Evaluated()); }, false},
+        {2, [] { ZOL_LOGW("%d", Evaluated()); }, true},
+        {0, [] { ZOL_LOGE("%d", Evaluated()); }, false},
+        {-7, [] { ZOL_LOGE("%d", Evaluated()); }, false},
+        {3, [] { ZOL_LOGD("%d", Evaluated()); }, true},
+    };
+    for (const auto& row : rows) {
+        ZOLToolsLogLevel = row.level;
+        const int before = g_evaluated;
+        capture.Clear();
+        row.log();
+        EXPECT_EQ(row.passes, g_evaluated == before + 1) << row.level;
+        EXPECT_EQ(row.passes ? 1u : 0u, capture.Lines().size());
+    }
 }
 
 }  // namespace

@@ -8,10 +8,15 @@
 #include "progress.h"
 #include "rawimage.h"
 #include "simfolder.h"
+#include "text.h"
 
 namespace zoltool {
 
 namespace {
+
+void Complain(const Streams& io, const std::string& message) {
+    std::fprintf(io.err, "zoltools inspect: %s\n", EscapeControls(message).c_str());
+}
 
 std::string PngName(const std::string& frameFileName) {
     size_t dot = frameFileName.rfind('.');
@@ -23,19 +28,6 @@ bool Renderable(const FrameReport& frame) {
     return frame.hasRecord && IsNv21Format(frame.format) && frame.status.rfind("ok", 0) == 0;
 }
 
-// Renders one frame; false with `error` set when the frame cannot be rendered.
-bool RenderFrame(const FolderReport& report, const FrameReport& frame, const std::string& pngPath,
-                 std::string& error) {
-    const std::string path = JoinPath(report.path, frame.fileName);
-    std::vector<uint8_t> raw;
-    Nv21Image image;
-    if (!ReadWholeFile(path, raw, error) ||
-        !Nv21FromRaw(raw, frame.width, frame.height, path, image, error)) {
-        return false;
-    }
-    return WritePng(pngPath, Nv21ToRgba(image), error);
-}
-
 }  // namespace
 
 int RunInspect(const InspectOptions& options, const Streams& io) {
@@ -43,32 +35,34 @@ int RunInspect(const InspectOptions& options, const Streams& io) {
     std::string error;
     std::vector<std::string> others;
     if (!FindSaveFolders(options.path, folders, error, &others)) {
-        std::fprintf(io.err, "zoltools inspect: %s\n", error.c_str());
+        Complain(io, error);
         return kExitBadInput;
     }
     for (const std::string& other : others) {
-        std::fprintf(io.err,
-                     "zoltools inspect: note: %s is not a save folder, but a replay takes it in "
-                     "turn like one\n",
-                     other.c_str());
+        Complain(
+            io, "note: " + other + " is not a save folder, but a replay takes it in turn like one");
     }
     std::vector<FolderReport> reports;
-    size_t problems = 0;
+    uint64_t problems = 0;
     size_t renderable = 0;
     for (const std::string& folder : folders) {
         reports.push_back(InspectSaveFolder(folder));
         const FolderReport& report = reports.back();
         std::fputs(FormatFolderReport(report).c_str(), io.out);
-        for (const std::string& problem : report.problems) {
-            std::fprintf(io.err, "zoltools inspect: %s\n", problem.c_str());
+        for (const std::string& problem : report.problems.shown()) {
+            Complain(io, problem);
         }
-        problems += report.problems.size();
+        if (report.problems.hidden() > 0) {
+            Complain(io, report.path + ": " + Count(report.problems.hidden(), "more problem") +
+                             " not shown");
+        }
+        problems += report.problems.count();
         for (const FrameReport& f : report.frames) {
             renderable += Renderable(f) ? 1 : 0;
         }
     }
-    std::fprintf(io.out, "%zu save folder%s, %zu problem%s\n", reports.size(),
-                 reports.size() == 1 ? "" : "s", problems, problems == 1 ? "" : "s");
+    std::fprintf(io.out, "%s, %s\n", Count(reports.size(), "save folder").c_str(),
+                 Count(problems, "problem").c_str());
 
     if (!options.pngDir.empty()) {
         size_t written = 0;
@@ -80,17 +74,20 @@ int RunInspect(const InspectOptions& options, const Streams& io) {
                 if (!Renderable(frame)) {
                     continue;
                 }
-                progress.Step(report.name + "/" + frame.fileName);
+                progress.Step(EscapeControls(report.name + "/" + frame.fileName));
                 if (!dirMade && !MakeDirectories(dir, error)) {
                     progress.Clear();
-                    std::fprintf(io.err, "zoltools inspect: %s\n", error.c_str());
+                    Complain(io, error);
                     return kExitBadInput;
                 }
                 dirMade = true;
-                const std::string pngPath = JoinPath(dir, PngName(frame.fileName));
-                if (!RenderFrame(report, frame, pngPath, error)) {
+                Nv21Image image;
+                if (!ReadNv21File(JoinPath(report.path, frame.fileName), frame.width, frame.height,
+                                  image, error) ||
+                    !WritePng(JoinPath(dir, PngName(frame.fileName)),
+                              RenderNv21(image, options.render), error)) {
                     progress.Clear();
-                    std::fprintf(io.err, "zoltools inspect: %s\n", error.c_str());
+                    Complain(io, error);
                     ++problems;
                     continue;
                 }
@@ -98,8 +95,9 @@ int RunInspect(const InspectOptions& options, const Streams& io) {
             }
         }
         progress.Clear();
-        std::fprintf(io.out, "%zu PNG%s written under %s\n", written, written == 1 ? "" : "s",
-                     options.pngDir.c_str());
+        std::fprintf(io.out, "%s written under %s%s\n", Count(written, "PNG").c_str(),
+                     EscapeControls(options.pngDir).c_str(),
+                     options.render == RenderMode::kAsLibrary ? " (as the library converts)" : "");
     }
     return problems == 0 ? kExitOk : kExitBadInput;
 }

@@ -1,5 +1,6 @@
 // zoltools log: the offline log files of a folder merged into one stream ordered by stamp,
-// filtered, and optionally followed as the newest file grows.
+// filtered, and optionally followed as the newest file grows or written as a trace.
+#include <algorithm>
 #include <cctype>
 #include <chrono>
 #include <cstdio>
@@ -7,28 +8,37 @@
 
 #include "commands.h"
 #include "fileio.h"
+#include "text.h"
+#include "trace.h"
 
 namespace zoltool {
 
 namespace {
 
-void Print(const LogOptions& options, const Streams& io, const LogLine& line) {
+// Prints the line when it passes the filter; true when it did. Text from the file is escaped:
+// a damaged line must not drive the terminal, and a NUL in it must not cut it short.
+bool Print(const LogOptions& options, const Streams& io, const LogLine& line) {
     if (!options.filter.Matches(line)) {
-        return;
+        return false;
     }
+    std::string shown;
     if (options.withFile) {
         size_t slash = line.file.rfind('/');
-        std::fprintf(
-            io.out,
-            "%s: ", (slash == std::string::npos ? line.file : line.file.substr(slash + 1)).c_str());
+        shown = (slash == std::string::npos ? line.file : line.file.substr(slash + 1)) + ": ";
     }
-    std::fprintf(io.out, "%s\n", line.text.c_str());
+    shown = EscapeControls(shown + line.text) + "\n";
+    std::fwrite(shown.data(), 1, shown.size(), io.out);
+    return true;
 }
 
-void Report(const Streams& io, const std::vector<DamagedLine>& damaged) {
+// Reports the damaged lines; returns how many there were (those only counted included).
+size_t Report(const Streams& io, const std::vector<DamagedLine>& damaged) {
+    size_t count = 0;
     for (const DamagedLine& d : damaged) {
-        std::fprintf(io.err, "zoltools log: skipped %s\n", d.Describe().c_str());
+        std::fprintf(io.err, "zoltools log: skipped %s\n", EscapeControls(d.Describe()).c_str());
+        count += 1 + d.more;
     }
+    return count;
 }
 
 }  // namespace
@@ -74,12 +84,30 @@ int RunLog(const LogOptions& options, const Streams& io) {
         }
     }
     SortLogLines(lines);
-    Report(io, damaged);
-    for (const LogLine& line : lines) {
-        Print(options, io, line);
+    size_t damagedCount = Report(io, damaged);
+    size_t printed = 0;
+    if (!options.trace.empty()) {
+        lines.erase(
+            std::remove_if(lines.begin(), lines.end(),
+                           [&](const LogLine& line) { return !options.filter.Matches(line); }),
+            lines.end());
+        if (!WriteTrace(options.trace, lines, error)) {
+            std::fprintf(io.err, "zoltools log: %s\n", error.c_str());
+            return kExitBadInput;
+        }
+        std::fprintf(io.out, "%zu lines written to %s as trace events\n", lines.size(),
+                     options.trace.c_str());
+        printed = lines.size();
+    } else {
+        for (const LogLine& line : lines) {
+            printed += Print(options, io, line) ? 1 : 0;
+        }
     }
     std::fflush(io.out);
-    size_t damagedCount = damaged.size();
+    if (printed == 0 && !lines.empty()) {
+        std::fprintf(io.err, "zoltools log: none of the %s read matches the filters\n",
+                     Count(lines.size(), "line").c_str());
+    }
 
     if (options.follow) {
         LogFollower follower(options.path, files.back(), newest);
@@ -94,8 +122,7 @@ int RunLog(const LogOptions& options, const Streams& io) {
             // Lines that arrive in one poll are ordered among themselves; across polls they
             // are printed as they come.
             SortLogLines(more);
-            Report(io, damaged);
-            damagedCount += damaged.size();
+            damagedCount += Report(io, damaged);
             for (const LogLine& line : more) {
                 Print(options, io, line);
             }

@@ -78,6 +78,38 @@ bool IsDirectory(const std::string& path) {
     return stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
 }
 
+std::string FileKind(const std::string& path) {
+    struct stat st;
+    if (stat(path.c_str(), &st) != 0) {
+        return "";
+    }
+    return S_ISREG(st.st_mode)    ? "a regular file"
+           : S_ISDIR(st.st_mode)  ? "a directory"
+           : S_ISFIFO(st.st_mode) ? "a FIFO"
+           : S_ISCHR(st.st_mode)  ? "a character device"
+           : S_ISBLK(st.st_mode)  ? "a block device"
+           : S_ISSOCK(st.st_mode) ? "a socket"
+                                  : "a special file";
+}
+
+std::string WhyNotAFile(const std::string& path) {
+    const std::string kind = FileKind(path);
+    if (kind.empty()) {
+        return errno == ENOENT || errno == ENOTDIR ? "no such file"
+                                                   : "cannot look at: " + ErrnoText();
+    }
+    if (kind == "a regular file") {
+        return "";
+    }
+    return "is " + kind + (kind == "a directory" ? "" : ", not a regular file");
+}
+
+bool SameFile(const std::string& a, const std::string& b) {
+    struct stat sa, sb;
+    return stat(a.c_str(), &sa) == 0 && stat(b.c_str(), &sb) == 0 && sa.st_dev == sb.st_dev &&
+           sa.st_ino == sb.st_ino;
+}
+
 bool ListDirectory(const std::string& path, std::vector<std::string>& names, std::string& error) {
     std::unique_ptr<DIR, DirCloser> dir(opendir(path.c_str()));
     if (!dir) {

@@ -19,6 +19,18 @@ int64_t FileSize(const std::string& path);
 
 bool IsDirectory(const std::string& path);
 
+// What `path` is, looked up without opening anything (so a FIFO or a device is never read
+// from): "a regular file", "a directory", "a FIFO", "a character device", ...; "" when there
+// is nothing there, "" with errno set when it cannot be looked at.
+std::string FileKind(const std::string& path);
+
+// Why `path` cannot be read as a file: "" for a regular file (or a link to one), otherwise
+// "no such file", "is a directory", "is a FIFO, not a regular file", ...
+std::string WhyNotAFile(const std::string& path);
+
+// True when both paths exist and name the same file (links and hard links included).
+bool SameFile(const std::string& a, const std::string& b);
+
 // Names of a directory's entries (no "." or ".."), sorted. False with `error` set when the
 // directory cannot be opened.
 bool ListDirectory(const std::string& path, std::vector<std::string>& names, std::string& error);

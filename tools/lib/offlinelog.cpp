@@ -7,12 +7,13 @@
 #include <tuple>
 
 #include "fileio.h"
+#include "text.h"
 
 namespace zoltool {
 
 namespace {
 
-bool Digits(const std::string& s, size_t pos, size_t count, long& value) {
+bool Digits(std::string_view s, size_t pos, size_t count, long& value) {
     if (pos + count > s.size()) {
         return false;
     }
@@ -28,7 +29,7 @@ bool Digits(const std::string& s, size_t pos, size_t count, long& value) {
 }
 
 // "  %4d": at least two blanks, then the number right-aligned in four or more columns.
-bool PaddedNumber(const std::string& s, size_t& pos, int& value) {
+bool PaddedNumber(std::string_view s, size_t& pos, int& value) {
     size_t start = pos;
     while (pos < s.size() && s[pos] == ' ') {
         ++pos;
@@ -59,35 +60,54 @@ std::string BaseName(const std::string& path) {
 // lines.
 constexpr size_t kCutLineLength = 2047;
 
-void Consume(const std::string& text, const std::string& file, size_t lineNumber, int year,
-             int month, std::vector<LogLine>& lines, std::vector<DamagedLine>& damaged) {
-    size_t start = 0;
+// A "line" that has gone on this long without a newline is not waited for any longer: it is
+// taken in pieces of this size (whole cut lengths, so a run of cut lines still splits right).
+constexpr size_t kLongestPending = kCutLineLength * 512;
+
+void AddDamaged(std::vector<DamagedLine>& damaged, const std::string& file, size_t lineNumber,
+                const std::string& reason, std::string_view text) {
+    size_t sameFile = 0;
+    for (auto it = damaged.rbegin(); it != damaged.rend() && it->file == file; ++it) {
+        if (++sameFile == DamagedLine::kShownPerFile) {
+            ++damaged.back().more;
+            return;
+        }
+    }
+    damaged.push_back({file, lineNumber, reason, std::string(text.substr(0, 61)), 0});
+}
+
+void Consume(std::string_view text, const std::string& file, size_t lineNumber, int year, int month,
+             std::vector<LogLine>& lines, std::vector<DamagedLine>& damaged) {
     for (;;) {
         LogLine line;
         std::string reason;
-        size_t length = std::string::npos;
-        if (text.size() - start > kCutLineLength &&
-            ParseLogLine(text.substr(start + kCutLineLength), year, month, line, reason)) {
+        size_t length = std::string_view::npos;
+        if (text.size() > kCutLineLength &&
+            ParseLogLine(text.substr(kCutLineLength), year, month, line, reason)) {
             length = kCutLineLength;
         }
-        const std::string piece = text.substr(start, length);
+        const std::string_view piece = text.substr(0, length);
         if (ParseLogLine(piece, year, month, line, reason)) {
             line.file = file;
             line.lineNumber = lineNumber;
             lines.push_back(std::move(line));
         } else {
-            damaged.push_back({file, lineNumber, reason, piece});
+            AddDamaged(damaged, file, lineNumber, reason, piece);
         }
-        if (length == std::string::npos) {
+        if (length == std::string_view::npos) {
             return;
         }
-        start += length;
+        text.remove_prefix(length);
     }
+}
+
+bool IsLeapYear(int year) {
+    return year % 4 == 0 && (year % 100 != 0 || year % 400 == 0);
 }
 
 }  // namespace
 
-bool ParseLogLine(const std::string& text, int fileYear, int fileMonth, LogLine& line,
+bool ParseLogLine(std::string_view text, int fileYear, int fileMonth, LogLine& line,
                   std::string& reason) {
     long month, day, hour, minute, second, nanos;
     if (!Digits(text, 0, 2, month) || text.size() < 24 || text[2] != '-' ||
@@ -97,7 +117,11 @@ bool ParseLogLine(const std::string& text, int fileYear, int fileMonth, LogLine&
         reason = "no \"MM-DD hh:mm:ss:nnnnnnnnn\" stamp at the start";
         return false;
     }
-    if (month < 1 || month > 12 || day < 1 || day > 31 || hour > 23 || minute > 59 || second > 60) {
+    static const int kDays[13] = {0, 31, 29, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+    const int year = fileYear + (month < fileMonth ? 1 : 0);
+    if (month < 1 || month > 12 || day < 1 || day > kDays[month] ||
+        (month == 2 && day == 29 && year != 0 && !IsLeapYear(year)) || hour > 23 || minute > 59 ||
+        second > 60) {
         reason = "the stamp is not a valid date and time";
         return false;
     }
@@ -114,7 +138,7 @@ bool ParseLogLine(const std::string& text, int fileYear, int fileMonth, LogLine&
         reason = "no \"<level> ZOL: \" after the thread id";
         return false;
     }
-    line.stamp.year = fileYear + (month < fileMonth ? 1 : 0);
+    line.stamp.year = year;
     line.stamp.month = static_cast<int>(month);
     line.stamp.day = static_cast<int>(day);
     line.stamp.hour = static_cast<int>(hour);
@@ -124,8 +148,8 @@ bool ParseLogLine(const std::string& text, int fileYear, int fileMonth, LogLine&
     line.pid = pid;
     line.tid = tid;
     line.level = text[pos + 1];
-    line.message = text.substr(pos + 8);
-    line.text = text;
+    line.message = std::string(text.substr(pos + 8));
+    line.text = std::string(text);
     return true;
 }
 
@@ -171,7 +195,8 @@ bool LogFilter::Matches(const LogLine& line) const {
 
 std::string DamagedLine::Describe() const {
     std::string shown = text.size() > 60 ? text.substr(0, 60) + "..." : text;
-    return file + ":" + std::to_string(lineNumber) + ": " + reason + ": \"" + shown + "\"";
+    return file + ":" + std::to_string(lineNumber) + ": " + reason + ": \"" + shown + "\"" +
+           (more > 0 ? "; and " + Count(more, "more damaged line") + " in this file" : "");
 }
 
 bool FindLogFiles(const std::string& path, std::vector<std::string>& files, std::string& error) {
@@ -181,7 +206,9 @@ bool FindLogFiles(const std::string& path, std::vector<std::string>& files, std:
         return true;
     }
     if (!IsDirectory(path)) {
-        error = path + ": no such file or directory";
+        const std::string kind = FileKind(path);
+        error = path + (kind.empty() ? ": no such file or directory"
+                                     : ": is " + kind + ", not a log file or folder");
         return false;
     }
     std::string folder = path;
@@ -208,29 +235,14 @@ bool FindLogFiles(const std::string& path, std::vector<std::string>& files, std:
 
 bool ReadLogFile(const std::string& path, std::vector<LogLine>& lines,
                  std::vector<DamagedLine>& damaged, std::string& error, LogFilePosition* position) {
-    std::vector<uint8_t> bytes;
-    if (!ReadWholeFile(path, bytes, error)) {
+    LogFollower reader(std::string(), path, LogFilePosition());
+    if (!reader.ReadFrom(path, lines, damaged, error)) {
         return false;
     }
-    int year = 0, month = 1;
-    ParseLogFileName(BaseName(path), year, month);
-    size_t lineNumber = 0;
-    size_t start = 0;
-    while (start < bytes.size()) {
-        const uint8_t* nl = static_cast<const uint8_t*>(
-            std::memchr(bytes.data() + start, '\n', bytes.size() - start));
-        size_t end = nl != nullptr ? static_cast<size_t>(nl - bytes.data()) : bytes.size();
-        if (nl == nullptr && position != nullptr) {
-            break;  // unfinished: the follower reads it once its newline is there
-        }
-        ++lineNumber;
-        std::string text(reinterpret_cast<const char*>(bytes.data()) + start, end - start);
-        Consume(text, path, lineNumber, year, month, lines, damaged);
-        start = end + 1;
-    }
     if (position != nullptr) {
-        position->offset = std::min<uint64_t>(start, bytes.size());
-        position->lineNumber = lineNumber;
+        *position = reader.position();  // an unfinished last line is left to the follower
+    } else {
+        reader.Finish(lines, damaged);
     }
     return true;
 }
@@ -241,14 +253,20 @@ LogFollower::LogFollower(std::string folder, std::string file, LogFilePosition p
       m_offset(position.offset),
       m_lineNumber(position.lineNumber) {}
 
-void LogFollower::ReadFrom(const std::string& path, std::vector<LogLine>& lines,
-                           std::vector<DamagedLine>& damaged) {
+bool LogFollower::ReadFrom(const std::string& path, std::vector<LogLine>& lines,
+                           std::vector<DamagedLine>& damaged, std::string& error) {
     struct Closer {
         void operator()(FILE* f) const { std::fclose(f); }
     };
-    std::unique_ptr<FILE, Closer> file(std::fopen(path.c_str(), "rb"));
-    if (!file || std::fseek(file.get(), static_cast<long>(m_offset), SEEK_SET) != 0) {
-        return;
+    const std::string why = WhyNotAFile(path);
+    std::unique_ptr<FILE, Closer> file(why.empty() ? std::fopen(path.c_str(), "rb") : nullptr);
+    if (!file) {
+        error = path + ": " + (why.empty() ? "cannot open: " + ErrnoText() : why);
+        return false;
+    }
+    if (std::fseek(file.get(), static_cast<long>(m_offset), SEEK_SET) != 0) {
+        error = path + ": cannot seek: " + ErrnoText();
+        return false;
     }
     int year = 0, month = 1;
     ParseLogFileName(BaseName(path), year, month);
@@ -256,22 +274,44 @@ void LogFollower::ReadFrom(const std::string& path, std::vector<LogLine>& lines,
     size_t got;
     while ((got = std::fread(chunk, 1, sizeof(chunk), file.get())) > 0) {
         m_offset += got;
-        for (size_t i = 0; i < got; ++i) {
-            if (chunk[i] == '\n') {
+        const char* end = chunk + got;
+        for (const char* p = chunk; p < end;) {
+            const char* nl = static_cast<const char*>(std::memchr(p, '\n', end - p));
+            m_partial.append(p, nl != nullptr ? nl : end);
+            if (nl != nullptr) {
                 ++m_lineNumber;
                 Consume(m_partial, path, m_lineNumber, year, month, lines, damaged);
                 m_partial.clear();
-            } else {
-                m_partial += chunk[i];
+            } else if (m_partial.size() >= kLongestPending) {
+                Consume(m_partial, path, m_lineNumber + 1, year, month, lines, damaged);
+                m_partial.clear();
             }
+            p = nl != nullptr ? nl + 1 : end;
         }
+    }
+    if (std::ferror(file.get())) {
+        error = path + ": read error: " + ErrnoText();
+        return false;
+    }
+    return true;
+}
+
+void LogFollower::Finish(std::vector<LogLine>& lines, std::vector<DamagedLine>& damaged) {
+    if (!m_partial.empty()) {
+        int year = 0, month = 1;
+        ParseLogFileName(BaseName(m_current), year, month);
+        ++m_lineNumber;
+        Consume(m_partial, m_current, m_lineNumber, year, month, lines, damaged);
+        m_partial.clear();
     }
 }
 
 bool LogFollower::Poll(std::vector<LogLine>& lines, std::vector<DamagedLine>& damaged,
                        std::string& error) {
+    // A file that has gone (or cannot be read for the moment) is looked for again below.
+    std::string unread;
     if (!m_current.empty()) {
-        ReadFrom(m_current, lines, damaged);
+        ReadFrom(m_current, lines, damaged, unread);
     }
     std::vector<std::string> files;
     if (!FindLogFiles(m_folder, files, error)) {
@@ -287,14 +327,14 @@ bool LogFollower::Poll(std::vector<LogLine>& lines, std::vector<DamagedLine>& da
         // never; it is given up on.
         if (!m_partial.empty()) {
             ++m_lineNumber;
-            damaged.push_back(
-                {m_current, m_lineNumber, "unfinished when the file was closed", m_partial});
+            AddDamaged(damaged, m_current, m_lineNumber, "unfinished when the file was closed",
+                       m_partial);
             m_partial.clear();
         }
         m_current = files.back();
         m_offset = 0;
         m_lineNumber = 0;
-        ReadFrom(m_current, lines, damaged);
+        ReadFrom(m_current, lines, damaged, unread);
     }
     return true;
 }

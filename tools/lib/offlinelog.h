@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace zoltool {
@@ -33,9 +34,10 @@ struct LogLine {
 };
 
 // Parses one line (without its newline). False with `reason` set when it is not an offline log
-// line. `fileYear` and `fileMonth` come from the file name: a line whose month is earlier than
-// the file's belongs to the next year (a file opened in December runs into January).
-bool ParseLogLine(const std::string& text, int fileYear, int fileMonth, LogLine& line,
+// line, or its stamp is not a date (02-30, 13-01, 24:00). `fileYear` and `fileMonth` come from
+// the file name: a line whose month is earlier than the file's belongs to the next year (a
+// file opened in December runs into January). Year 0 (unknown) lets 02-29 through.
+bool ParseLogLine(std::string_view text, int fileYear, int fileMonth, LogLine& line,
                   std::string& reason);
 
 // Parses a file name of the offline log ("ZOLOfflineLog_2026-11-21--13-54-15-123456.txt").
@@ -54,13 +56,19 @@ struct LogFilter {
     bool Matches(const LogLine& line) const;
 };
 
-// A line that could not be read: where, why, and what it looked like.
+// A line that could not be read: where, why, and what it looked like. Only the first
+// kShownPerFile of a file are kept; the last of them counts the file's further ones in `more`,
+// so a file of garbage costs a few lines of memory and of output.
 struct DamagedLine {
+    static constexpr size_t kShownPerFile = 10;
     std::string file;
     size_t lineNumber = 0;
     std::string reason;
-    std::string text;
-    std::string Describe() const;  // "<file>:<line>: <reason>: <start of the text>"
+    std::string text;   // the start of the line
+    uint64_t more = 0;  // damaged lines of the same file after this one, not kept
+    // "<file>:<line>: <reason>: "<start of the text>"", and how many more there were. Control
+    // characters are left as they are: escape before printing.
+    std::string Describe() const;
 };
 
 // The log files of a folder, oldest first (by the time in their names). PATH may also be a
@@ -74,9 +82,10 @@ struct LogFilePosition {
     size_t lineNumber = 0;  // lines consumed
 };
 
-// Reads the lines of one file; lines that do not parse go to `damaged`. A file that ends
-// without a newline still gives its last line, unless `position` is given: then that line is
-// left for a follower (it may still be being written) and `position` says where it starts.
+// Reads the lines of one file, in chunks (memory grows with the lines kept, not with the file);
+// lines that do not parse go to `damaged`. A file that ends without a newline still gives its
+// last line, unless `position` is given: then that line is left for a follower (it may still be
+// being written) and `position` says where it starts.
 bool ReadLogFile(const std::string& path, std::vector<LogLine>& lines,
                  std::vector<DamagedLine>& damaged, std::string& error,
                  LogFilePosition* position = nullptr);
@@ -97,8 +106,17 @@ public:
     const std::string& current() const { return m_current; }
 
 private:
-    void ReadFrom(const std::string& path, std::vector<LogLine>& lines,
-                  std::vector<DamagedLine>& damaged);
+    friend bool ReadLogFile(const std::string&, std::vector<LogLine>&, std::vector<DamagedLine>&,
+                            std::string&, LogFilePosition*);
+
+    // Reads what `path` holds from the current offset on; complete lines go to `lines` or
+    // `damaged`, an unfinished one waits in m_partial. False with `error` when it cannot be
+    // opened.
+    bool ReadFrom(const std::string& path, std::vector<LogLine>& lines,
+                  std::vector<DamagedLine>& damaged, std::string& error);
+    // The unfinished line at the end, taken as it is.
+    void Finish(std::vector<LogLine>& lines, std::vector<DamagedLine>& damaged);
+    LogFilePosition position() const { return {m_offset - m_partial.size(), m_lineNumber}; }
 
     std::string m_folder;
     std::string m_current;  // the file being followed

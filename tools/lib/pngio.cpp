@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "fileio.h"
+
 namespace zoltool {
 
 bool LooksLikePng(const std::string& path) {
@@ -42,10 +44,28 @@ bool ReadPng(const std::string& path, RgbaImage& image, std::string& error) {
         png_image_free(&png);
         return false;
     }
+    const std::string claimed = std::to_string(png.width) + "x" + std::to_string(png.height);
+    if (png.width < 1 || png.height < 1 || png.width > kMaxImageSide ||
+        png.height > kMaxImageSide) {
+        error = path + ": its header claims " + claimed + ", larger than the tool takes (" +
+                ImageSideLimits() + ")";
+        png_image_free(&png);
+        return false;
+    }
+    // Deflate packs at most 1032 bytes into one, and the smallest pixel is one bit with a
+    // filter byte a row: a file shorter than that cannot hold the image, whatever it claims.
+    const uint64_t leastPixelBytes = uint64_t{png.height} * (1 + (uint64_t{png.width} + 7) / 8);
+    const int64_t fileBytes = FileSize(path);
+    if (fileBytes >= 0 && static_cast<uint64_t>(fileBytes) < leastPixelBytes / 1032) {
+        error = path + ": its header claims " + claimed + ", which " + std::to_string(fileBytes) +
+                " bytes cannot hold";
+        png_image_free(&png);
+        return false;
+    }
     png.format = PNG_FORMAT_RGBA;
     image.width = png.width;
     image.height = png.height;
-    image.pixels.assign(PNG_IMAGE_SIZE(png), 0);
+    image.pixels.assign(size_t{4} * png.width * png.height, 0);
     if (!png_image_finish_read(&png, nullptr, image.pixels.data(), 0, nullptr)) {
         error = path + ": damaged PNG: " + png.message;
         png_image_free(&png);

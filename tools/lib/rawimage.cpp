@@ -1,41 +1,47 @@
 #include "rawimage.h"
 
-#include <algorithm>
-#include <cstdlib>
-#include <cstring>
+#include <libyuv/convert_argb.h>
+#include <libyuv/convert_from_argb.h>
+#include <libyuv/planar_functions.h>
 
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+
+#include "fileio.h"
+#include "text.h"
 #include "zolbufferutil.h"
 
 namespace zoltool {
 
-uint64_t RawFrameBytes(uint32_t format, uint32_t width, uint32_t height) {
+std::string ImageSideLimits() {
+    return "width and height must each be 1 to " + std::to_string(kMaxImageSide);
+}
+
+uint64_t RawRowBytes(uint32_t format, uint32_t width) {
     const uint64_t w = width;
-    const uint64_t h = height;
-    const uint64_t halfRows = h >= 2 ? h / 2 : 0;
     switch (format) {
         case 0:
         case 1:
-            return h * w + halfRows * w;
-        case 3:
-            return h * (w * 12 / 8);
-        case 4:
-            return h * (w * 14 / 8);
-        case 6:
-            return h * w * 2 + halfRows * w * 2;
         case 7:
-            return h * w;
-        case 5:
-        case 8:
-        case 9:
-        case 10:
-        case 11:
-        case 12:
-        case 13:
-        case 14:
-            return h * w * 2;
-        default:
+            return w;
+        case 3:
+            return w * 12 / 8;
+        case 4:
+            return w * 14 / 8;
+        case 2:
             return 0;
+        default:
+            return format <= 14 ? w * 2 : 0;  // 5, 6 and 8 to 14: 16 bits a sample
     }
+}
+
+uint64_t RawFrameBytes(uint32_t format, uint32_t width, uint32_t height) {
+    const uint64_t rows = height;
+    const uint64_t chromaRows = height >= 2 ? height / 2 : 0;
+    const bool twoPlanes = format == 0 || format == 1 || format == 6;
+    return RawRowBytes(format, width) * (rows + (twoPlanes ? chromaRows : 0));
 }
 
 const char* FormatName(uint32_t format) {
@@ -60,52 +66,54 @@ const char* FormatName(uint32_t format) {
 
 namespace {
 
-bool ParseDecimal(const std::string& text, uint32_t& value) {
-    if (text.empty() || text.size() > 9) {
+// Up to 9 decimal digits, saturating above that (so "99999999999" is out of range, not wrapped).
+bool ParseSide(const std::string& text, uint32_t& value) {
+    if (text.empty()) {
         return false;
     }
-    uint32_t out = 0;
+    uint64_t v = 0;
     for (char c : text) {
         if (c < '0' || c > '9') {
             return false;
         }
-        out = out * 10 + static_cast<uint32_t>(c - '0');
+        v = std::min<uint64_t>(v * 10 + static_cast<uint64_t>(c - '0'), UINT32_MAX);
     }
-    value = out;
+    value = static_cast<uint32_t>(v);
     return true;
 }
 
 }  // namespace
 
-bool ParseSize(const std::string& text, uint32_t& width, uint32_t& height) {
-    size_t x = text.find('x');
-    uint32_t w, h;
-    if (x == std::string::npos || !ParseDecimal(text.substr(0, x), w) ||
-        !ParseDecimal(text.substr(x + 1), h) || w == 0 || h == 0) {
-        return false;
+SizeText ParseSize(const std::string& text, uint32_t& width, uint32_t& height) {
+    const size_t x = text.find('x');
+    uint32_t w = 0, h = 0;
+    if (x == std::string::npos || !ParseSide(text.substr(0, x), w) ||
+        !ParseSide(text.substr(x + 1), h)) {
+        return SizeText::kNotASize;
     }
     width = w;
     height = h;
-    return true;
+    return w >= 1 && h >= 1 && w <= kMaxImageSide && h <= kMaxImageSide ? SizeText::kOk
+                                                                        : SizeText::kOutOfRange;
 }
 
-bool SizeFromFileName(const std::string& path, uint32_t& width, uint32_t& height) {
-    size_t slash = path.rfind('/');
-    std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
-    // Split at separators and take the first token of the form <digits>x<digits>.
+SizeText SizeFromFileName(const std::string& path, uint32_t& width, uint32_t& height) {
+    const size_t slash = path.rfind('/');
+    const std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
     std::string token;
     for (size_t i = 0; i <= name.size(); ++i) {
-        char c = i < name.size() ? name[i] : '_';
-        if (c == '_' || c == '.' || c == '-') {
-            if (ParseSize(token, width, height)) {
-                return true;
-            }
-            token.clear();
-        } else {
+        const char c = i < name.size() ? name[i] : '_';
+        if (c != '_' && c != '.' && c != '-') {
             token += c;
+            continue;
         }
+        const SizeText found = ParseSize(token, width, height);
+        if (found != SizeText::kNotASize) {
+            return found;
+        }
+        token.clear();
     }
-    return false;
+    return SizeText::kNotASize;
 }
 
 namespace {
@@ -116,8 +124,6 @@ Nv21Image EmptyNv21(uint32_t width, uint32_t height) {
     image.height = height;
     image.stride = width + (width & 1);
     image.y.assign(static_cast<size_t>(image.stride) * height, 0);
-    // A whole extra chroma row: at least what the conversion reads (ZOLYuv420spChromaBytes),
-    // and room for Nv21FromRaw to repeat the last row.
     const size_t chroma = static_cast<size_t>(image.stride) * (height / 2 + 1);
     image.uv.assign(std::max(chroma, ZOLYuv420spChromaBytes(static_cast<int>(image.stride),
                                                             static_cast<int>(height))),
@@ -125,17 +131,80 @@ Nv21Image EmptyNv21(uint32_t width, uint32_t height) {
     return image;
 }
 
+uint32_t ChromaRows(uint32_t height) {
+    return height >= 2 ? height / 2 : 0;
+}
+
+// The row past the file's chroma repeats the last one, so that the rows that read it (the
+// library's last odd row, the standard last row of an odd height) keep a plausible colour.
+void RepeatLastChromaRow(Nv21Image& image) {
+    const uint32_t rows = ChromaRows(image.height);
+    if (rows > 0) {
+        std::memcpy(&image.uv[static_cast<size_t>(rows) * image.stride],
+                    &image.uv[static_cast<size_t>(rows - 1) * image.stride], image.stride);
+    }
+}
+
+std::string SizeMismatch(const std::string& what, uint64_t actual, uint32_t width,
+                         uint32_t height) {
+    return what + ": " + Count(actual, "byte") + ", but an NV21 frame of " + std::to_string(width) +
+           "x" + std::to_string(height) + " holds " +
+           std::to_string(RawFrameBytes(0, width, height)) + " (" + Count(height, "row") +
+           " of luma and " + Count(ChromaRows(height), "row") + " of chroma, " +
+           Count(width, "byte") + " each)";
+}
+
 }  // namespace
+
+bool ReadNv21File(const std::string& path, uint32_t width, uint32_t height, Nv21Image& image,
+                  std::string& error) {
+    const std::string why = WhyNotAFile(path);
+    if (!why.empty()) {
+        error = path + ": " + why;
+        return false;
+    }
+    if (width < 1 || height < 1 || width > kMaxImageSide || height > kMaxImageSide) {
+        error = path + ": " + std::to_string(width) + "x" + std::to_string(height) +
+                " is not a frame size the tool takes (" + ImageSideLimits() + ")";
+        return false;
+    }
+    const int64_t actual = FileSize(path);
+    if (actual < 0 || static_cast<uint64_t>(actual) != RawFrameBytes(0, width, height)) {
+        error =
+            SizeMismatch(path, static_cast<uint64_t>(std::max<int64_t>(actual, 0)), width, height);
+        return false;
+    }
+    struct Closer {
+        void operator()(FILE* file) const { std::fclose(file); }
+    };
+    std::unique_ptr<FILE, Closer> file(std::fopen(path.c_str(), "rb"));
+    if (!file) {
+        error = path + ": cannot open: " + ErrnoText();
+        return false;
+    }
+    image = EmptyNv21(width, height);
+    bool whole = true;
+    for (uint32_t r = 0; r < height && whole; ++r) {
+        whole = std::fread(&image.y[static_cast<size_t>(r) * image.stride], 1, width, file.get()) ==
+                width;
+    }
+    for (uint32_t r = 0; r < ChromaRows(height) && whole; ++r) {
+        whole = std::fread(&image.uv[static_cast<size_t>(r) * image.stride], 1, width,
+                           file.get()) == width;
+    }
+    if (!whole) {
+        error = path + ": cannot read (it shrank while being read?): " + ErrnoText();
+        return false;
+    }
+    RepeatLastChromaRow(image);
+    return true;
+}
 
 bool Nv21FromRaw(const std::vector<uint8_t>& raw, uint32_t width, uint32_t height,
                  const std::string& what, Nv21Image& image, std::string& error) {
-    const uint64_t expected = RawFrameBytes(0, width, height);
-    if (width == 0 || height == 0 || raw.size() != expected) {
-        error = what + ": " + std::to_string(raw.size()) + " bytes, but an NV21 frame of " +
-                std::to_string(width) + "x" + std::to_string(height) + " holds " +
-                std::to_string(expected) + " (" + std::to_string(height) + " rows of luma and " +
-                std::to_string(height >= 2 ? height / 2 : 0) + " rows of chroma, " +
-                std::to_string(width) + " bytes each)";
+    if (width < 1 || height < 1 || width > kMaxImageSide || height > kMaxImageSide ||
+        raw.size() != RawFrameBytes(0, width, height)) {
+        error = SizeMismatch(what, raw.size(), width, height);
         return false;
     }
     image = EmptyNv21(width, height);
@@ -143,16 +212,10 @@ bool Nv21FromRaw(const std::vector<uint8_t>& raw, uint32_t width, uint32_t heigh
     for (uint32_t r = 0; r < height; ++r, in += width) {
         std::memcpy(&image.y[static_cast<size_t>(r) * image.stride], in, width);
     }
-    const uint32_t chromaRows = height >= 2 ? height / 2 : 0;
-    for (uint32_t r = 0; r < chromaRows; ++r, in += width) {
+    for (uint32_t r = 0; r < ChromaRows(height); ++r, in += width) {
         std::memcpy(&image.uv[static_cast<size_t>(r) * image.stride], in, width);
     }
-    // The row past the file's chroma repeats the last one, so that the tail of the last odd
-    // row (which the converter reads half a chroma row on) keeps a plausible colour.
-    if (chromaRows > 0) {
-        std::memcpy(&image.uv[static_cast<size_t>(chromaRows) * image.stride],
-                    &image.uv[static_cast<size_t>(chromaRows - 1) * image.stride], image.stride);
-    }
+    RepeatLastChromaRow(image);
     return true;
 }
 
@@ -163,32 +226,53 @@ std::vector<uint8_t> Nv21ToRaw(const Nv21Image& image) {
         const uint8_t* row = &image.y[static_cast<size_t>(r) * image.stride];
         raw.insert(raw.end(), row, row + image.width);
     }
-    const uint32_t chromaRows = image.height >= 2 ? image.height / 2 : 0;
-    for (uint32_t r = 0; r < chromaRows; ++r) {
+    for (uint32_t r = 0; r < ChromaRows(image.height); ++r) {
         const uint8_t* row = &image.uv[static_cast<size_t>(r) * image.stride];
         raw.insert(raw.end(), row, row + image.width);
     }
     return raw;
 }
 
-RgbaImage Nv21ToRgba(const Nv21Image& image) {
+RgbaImage RenderNv21(const Nv21Image& frame, RenderMode mode) {
     RgbaImage rgba;
-    rgba.width = image.width;
-    rgba.height = image.height;
-    rgba.pixels.assign(static_cast<size_t>(image.width) * image.height * 4, 0);
-    // The converters take non-const planes but only read them in this direction.
-    yuv420sp2rgba(const_cast<uint8_t*>(image.y.data()), const_cast<uint8_t*>(image.uv.data()),
-                  rgba.pixels.data(), static_cast<int>(image.stride),
-                  static_cast<int>(image.stride), static_cast<int>(image.width),
-                  static_cast<int>(image.height));
+    rgba.width = frame.width;
+    rgba.height = frame.height;
+    rgba.pixels.assign(static_cast<size_t>(frame.width) * frame.height * 4, 0);
+    const int stride = static_cast<int>(frame.stride);
+    const int width = static_cast<int>(frame.width);
+    const int height = static_cast<int>(frame.height);
+    if (mode == RenderMode::kAsLibrary) {
+        // The converters take non-const planes but only read them in this direction.
+        yuv420sp2rgba(const_cast<uint8_t*>(frame.y.data()), const_cast<uint8_t*>(frame.uv.data()),
+                      rgba.pixels.data(), stride, stride, width, height);
+    } else {
+        // libyuv's "ABGR" is R, G, B, A in memory; the JPEG constants are full-range BT.601.
+        libyuv::NV21ToABGRMatrix(frame.y.data(), stride, frame.uv.data(), stride,
+                                 rgba.pixels.data(), width * 4, &libyuv::kYuvJPEGConstants, width,
+                                 height);
+    }
     return rgba;
 }
 
-Nv21Image RgbaToNv21(const RgbaImage& rgba) {
+Nv21Image EncodeNv21(const RgbaImage& rgba, RenderMode mode) {
     Nv21Image image = EmptyNv21(rgba.width, rgba.height);
-    rgba2yuv420sp(image.y.data(), image.uv.data(), const_cast<uint8_t*>(rgba.pixels.data()),
-                  static_cast<int>(image.stride), static_cast<int>(image.stride),
-                  static_cast<int>(rgba.width), static_cast<int>(rgba.height));
+    const int stride = static_cast<int>(image.stride);
+    const int width = static_cast<int>(rgba.width);
+    const int height = static_cast<int>(rgba.height);
+    if (mode == RenderMode::kAsLibrary) {
+        rgba2yuv420sp(image.y.data(), image.uv.data(), const_cast<uint8_t*>(rgba.pixels.data()),
+                      stride, stride, width, height);
+        return image;
+    }
+    const int chromaWidth = (width + 1) / 2;
+    const int chromaHeight = (height + 1) / 2;
+    std::vector<uint8_t> u(static_cast<size_t>(chromaWidth) * chromaHeight);
+    std::vector<uint8_t> v(u.size());
+    libyuv::ABGRToJ420(rgba.pixels.data(), width * 4, image.y.data(), stride, u.data(), chromaWidth,
+                       v.data(), chromaWidth, width, height);
+    // Interleaved V first: NV21.
+    libyuv::MergeUVPlane(v.data(), chromaWidth, u.data(), chromaWidth, image.uv.data(), stride,
+                         chromaWidth, chromaHeight);
     return image;
 }
 

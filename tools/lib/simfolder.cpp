@@ -1,9 +1,9 @@
 #include "simfolder.h"
 
-#include <cinttypes>
 #include <cstdio>
 #include <cstring>
 #include <map>
+#include <memory>
 
 #include "fileio.h"
 #include "rawimage.h"
@@ -34,46 +34,97 @@ const char* kSaveFolderPrefix = "SimulationIntputInfo_";
 
 }  // namespace
 
-std::vector<RequestRecord> ParseRequestInfo(const std::vector<uint8_t>& bytes,
-                                            const std::string& what,
-                                            std::vector<std::string>& problems) {
-    std::vector<RequestRecord> records;
-    if (bytes.size() % kRequestRecordBytes != 0) {
-        problems.push_back(what + ": " + std::to_string(bytes.size()) +
-                           " bytes is not a whole number of 40-byte records");
+namespace {
+
+RequestRecord DecodeRecord(const uint8_t* p) {
+    RequestRecord r;
+    r.format = LoadU32(p);
+    r.width = LoadU32(p + 4);
+    r.height = LoadU32(p + 8);
+    r.planeStride = LoadU32(p + 12);
+    r.sliceHeight = LoadU32(p + 16);
+    r.numberOfPlanes = LoadU32(p + 20);
+    for (int i = 0; i < 4; ++i) {
+        r.fd[i] = static_cast<int32_t>(LoadU32(p + 24 + 4 * i));
     }
-    for (size_t off = 0; off + kRequestRecordBytes <= bytes.size(); off += kRequestRecordBytes) {
-        const uint8_t* p = bytes.data() + off;
-        RequestRecord r;
-        r.format = LoadU32(p);
-        r.width = LoadU32(p + 4);
-        r.height = LoadU32(p + 8);
-        r.planeStride = LoadU32(p + 12);
-        r.sliceHeight = LoadU32(p + 16);
-        r.numberOfPlanes = LoadU32(p + 20);
-        for (int i = 0; i < 4; ++i) {
-            r.fd[i] = static_cast<int32_t>(LoadU32(p + 24 + 4 * i));
-        }
-        const std::string where = what + ": record " + std::to_string(records.size()) + ": ";
-        if (r.format > kMaxFormatCode) {
-            problems.push_back(where + "format " + std::to_string(r.format) +
-                               " is not a format code (0 to 14)");
-        }
-        if (r.numberOfPlanes > 4) {
-            problems.push_back(where + "numberOfPlanes " + std::to_string(r.numberOfPlanes) +
-                               " (an image has at most 4)");
-        }
-        if (r.width > kMaxPlausibleDimension || r.height > kMaxPlausibleDimension ||
-            r.planeStride > 4 * kMaxPlausibleDimension ||
-            r.sliceHeight > 4 * kMaxPlausibleDimension) {
-            problems.push_back(where + "size " + std::to_string(r.width) + "x" +
-                               std::to_string(r.height) + ", stride " +
-                               std::to_string(r.planeStride) + ", slice height " +
-                               std::to_string(r.sliceHeight) + " is not a plausible image");
-        }
-        records.push_back(r);
+    return r;
+}
+
+void CheckRecord(const RequestRecord& r, const std::string& where, Problems& problems) {
+    if (r.format > kMaxFormatCode) {
+        problems.Add(where + "format " + std::to_string(r.format) +
+                     " is not a format code (0 to 14)");
     }
-    return records;
+    if (r.numberOfPlanes > 4) {
+        problems.Add(where + "numberOfPlanes " + std::to_string(r.numberOfPlanes) +
+                     " (an image has at most 4)");
+    }
+    if (r.width == 0 || r.height == 0) {
+        problems.Add(where + "size " + std::to_string(r.width) + "x" + std::to_string(r.height) +
+                     " is not an image");
+    } else if (r.width > kMaxPlausibleDimension || r.height > kMaxPlausibleDimension ||
+               r.planeStride > 4 * kMaxPlausibleDimension ||
+               r.sliceHeight > 4 * kMaxPlausibleDimension) {
+        problems.Add(where + "size " + std::to_string(r.width) + "x" + std::to_string(r.height) +
+                     ", stride " + std::to_string(r.planeStride) + ", slice height " +
+                     std::to_string(r.sliceHeight) + " is not a plausible image");
+    } else if (r.planeStride < RawRowBytes(r.format, r.width)) {
+        problems.Add(where + "stride " + std::to_string(r.planeStride) +
+                     " is shorter than a row (" + std::to_string(RawRowBytes(r.format, r.width)) +
+                     " bytes at width " + std::to_string(r.width) + ", format " +
+                     std::to_string(r.format) + " " + FormatName(r.format) + ")");
+    }
+}
+
+}  // namespace
+
+bool ReadRequestInfo(const std::string& path, RequestInfo& info, std::string& error) {
+    info = RequestInfo();
+    const std::string why = WhyNotAFile(path);
+    if (!why.empty()) {
+        error = path + ": " + why;
+        return false;
+    }
+    struct Closer {
+        void operator()(FILE* file) const { std::fclose(file); }
+    };
+    std::unique_ptr<FILE, Closer> file(std::fopen(path.c_str(), "rb"));
+    if (!file) {
+        error = path + ": cannot open: " + ErrnoText();
+        return false;
+    }
+    // Whole records per read, so a record never straddles two chunks.
+    uint8_t chunk[kRequestRecordBytes * 1024];
+    size_t got;
+    while ((got = std::fread(chunk, 1, sizeof(chunk), file.get())) > 0) {
+        info.bytes += got;
+        for (size_t off = 0; off + kRequestRecordBytes <= got; off += kRequestRecordBytes) {
+            const RequestRecord r = DecodeRecord(chunk + off);
+            CheckRecord(r, path + ": record " + std::to_string(info.recordCount) + ": ",
+                        info.problems);
+            if (info.records.size() < RequestInfo::kKeptRecords) {
+                info.records.push_back(r);
+            }
+            ++info.recordCount;
+        }
+        if (got % kRequestRecordBytes != 0) {
+            break;  // a short read happens only at the end of the file
+        }
+    }
+    if (std::ferror(file.get())) {
+        error = path + ": read error: " + ErrnoText();
+        return false;
+    }
+    if (info.bytes % kRequestRecordBytes != 0) {
+        info.problems.Add(path + ": " + Count(info.bytes, "byte") +
+                          " is not a whole number of 40-byte records");
+    }
+    if (info.recordCount > RequestInfo::kKeptRecords) {
+        info.problems.Add(path + ": " + Count(info.recordCount, "record") +
+                          ", more buffers than a request has (only the first " +
+                          std::to_string(RequestInfo::kKeptRecords) + " are looked at)");
+    }
+    return true;
 }
 
 std::vector<uint8_t> EncodeRequestInfo(const std::vector<RequestRecord>& records) {
@@ -118,27 +169,24 @@ FolderReport InspectSaveFolder(const std::string& path) {
     std::vector<std::string> names;
     std::string error;
     if (!ListDirectory(path, names, error)) {
-        report.problems.push_back(error);
+        report.problems.Add(error);
         return report;
     }
 
-    const std::string requestPath = JoinPath(path, kRequestInfoName);
-    report.requestInfoBytes = FileSize(requestPath);
-    if (report.requestInfoBytes < 0) {
-        report.problems.push_back(requestPath + ": missing");
+    RequestInfo request;
+    if (ReadRequestInfo(JoinPath(path, kRequestInfoName), request, error)) {
+        report.requestInfoBytes = static_cast<int64_t>(request.bytes);
+        report.records = std::move(request.records);
+        report.recordCount = request.recordCount;
+        report.recordsTrusted = request.problems.count() == 0;
+        report.problems.Merge(request.problems);
     } else {
-        std::vector<uint8_t> bytes;
-        if (ReadWholeFile(requestPath, bytes, error)) {
-            const size_t before = report.problems.size();
-            report.records = ParseRequestInfo(bytes, requestPath, report.problems);
-            report.recordsTrusted = report.problems.size() == before;
-        } else {
-            report.problems.push_back(error);
-        }
+        report.problems.Add(error);
     }
-    report.databaseBytes = FileSize(JoinPath(path, kDatabaseName));
+    const std::string databasePath = JoinPath(path, kDatabaseName);
+    report.databaseBytes = FileSize(databasePath);
     if (report.databaseBytes < 0) {
-        report.problems.push_back(JoinPath(path, kDatabaseName) + ": missing");
+        report.problems.Add(databasePath + ": " + WhyNotAFile(databasePath));
     }
 
     // Frame files found on disk, by index.
@@ -161,8 +209,8 @@ FolderReport InspectSaveFolder(const std::string& path) {
         frame.actual = FileSize(JoinPath(path, name));
         if (byIndex.count(index) != 0) {
             report.otherFiles.push_back(name);  // a second file for the same buffer index
-            report.problems.push_back(JoinPath(path, name) + ": a second frame file for buffer " +
-                                      std::to_string(index));
+            report.problems.Add(JoinPath(path, name) + ": a second frame file for buffer " +
+                                std::to_string(index));
             continue;
         }
         byIndex[index] = frame;
@@ -186,21 +234,24 @@ FolderReport InspectSaveFolder(const std::string& path) {
             frame.width = r.width;
             frame.height = r.height;
             frame.status = "missing";
-            report.problems.push_back(JoinPath(path, expectedName) + ": missing");
+            report.problems.Add(JoinPath(path, expectedName) + ": missing");
             continue;
         }
+        const std::string framePath = JoinPath(path, frame.fileName);
         if (frame.fileName != expectedName) {
             frame.status = "name does not match record";
-            report.problems.push_back(JoinPath(path, frame.fileName) + ": record " +
-                                      std::to_string(i) + " describes " + std::to_string(r.width) +
-                                      "x" + std::to_string(r.height) + ", so the file should be " +
-                                      expectedName);
-        } else if (frame.actual < 0 || static_cast<uint64_t>(frame.actual) != frame.expected) {
+            report.problems.Add(framePath + ": record " + std::to_string(i) + " describes " +
+                                std::to_string(r.width) + "x" + std::to_string(r.height) +
+                                ", so the file should be " + expectedName);
+        } else if (frame.actual < 0) {
+            frame.status = "not a file";
+            report.problems.Add(framePath + ": " + WhyNotAFile(framePath));
+        } else if (static_cast<uint64_t>(frame.actual) != frame.expected) {
             frame.status = "size mismatch";
-            report.problems.push_back(
-                JoinPath(path, frame.fileName) + ": " + std::to_string(frame.actual) +
-                " bytes, but record " + std::to_string(i) + " (format " + std::to_string(r.format) +
-                " " + FormatName(r.format) + ", " + std::to_string(r.width) + "x" +
+            report.problems.Add(
+                framePath + ": " + Count(static_cast<uint64_t>(frame.actual), "byte") +
+                ", but record " + std::to_string(i) + " (format " + std::to_string(r.format) + " " +
+                FormatName(r.format) + ", " + std::to_string(r.width) + "x" +
                 std::to_string(r.height) + ") needs " + std::to_string(frame.expected));
         } else {
             frame.status = index < kReplayedFrames ? "ok" : "ok, not replayed (index 3 or more)";
@@ -211,8 +262,8 @@ FolderReport InspectSaveFolder(const std::string& path) {
     for (auto& [index, frame] : byIndex) {
         if (!frame.hasRecord && report.recordsTrusted) {
             frame.status = "no record";
-            report.problems.push_back(JoinPath(path, frame.fileName) + ": no record " +
-                                      std::to_string(index) + " in " + kRequestInfoName);
+            report.problems.Add(JoinPath(path, frame.fileName) + ": no record " +
+                                std::to_string(index) + " in " + kRequestInfoName);
         } else if (!frame.hasRecord) {
             frame.status = "not checked";
         }
@@ -226,13 +277,15 @@ bool FindSaveFolders(const std::string& pathArg, std::vector<std::string>& folde
     const std::string path = pathArg;  // may be an element of `folders`
     folders.clear();
     if (!IsDirectory(path)) {
-        error = FileSize(path) >= 0 ? path +
-                                          ": not a directory (expected a save folder, the "
-                                          "algosimulation folder or a device root)"
-                                    : path + ": no such directory";
+        const std::string kind = FileKind(path);
+        error = path + (kind.empty() ? ": no such directory"
+                                     : ": is " + kind +
+                                           ", not a directory (expected a save folder, the "
+                                           "algosimulation folder or a device root)");
         return false;
     }
-    if (FileSize(JoinPath(path, kRequestInfoName)) >= 0) {
+    // A save folder holds requestInfo.bin (whatever that turns out to be).
+    if (!FileKind(JoinPath(path, kRequestInfoName)).empty()) {
         folders.push_back(path);
         return true;
     }
@@ -262,26 +315,29 @@ bool FindSaveFolders(const std::string& pathArg, std::vector<std::string>& folde
 }
 
 std::string FormatFolderReport(const FolderReport& report) {
+    constexpr size_t kShownRecords = 16;
     std::string out;
     char line[512];
-    out += report.name + "/\n";
+    out += EscapeControls(report.name) + "/\n";
     if (report.requestInfoBytes >= 0) {
-        std::snprintf(line, sizeof(line), "  %s: %" PRId64 " bytes, %zu record%s\n",
-                      kRequestInfoName, report.requestInfoBytes, report.records.size(),
-                      report.records.size() == 1 ? "" : "s");
-        out += line;
+        out += std::string("  ") + kRequestInfoName + ": " +
+               Count(static_cast<uint64_t>(report.requestInfoBytes), "byte") + ", " +
+               Count(report.recordCount, "record") + "\n";
     }
     if (!report.records.empty()) {
         std::snprintf(line, sizeof(line), "  %3s  %-10s %6s %6s %6s %6s %6s  %s\n", "#", "format",
                       "width", "height", "stride", "slice", "planes", "fd0..fd3");
         out += line;
-        for (size_t i = 0; i < report.records.size(); ++i) {
+        for (size_t i = 0; i < report.records.size() && i < kShownRecords; ++i) {
             const RequestRecord& r = report.records[i];
             const std::string format = std::to_string(r.format) + " " + FormatName(r.format);
             std::snprintf(line, sizeof(line), "  %3zu  %-10s %6u %6u %6u %6u %6u  %d %d %d %d\n", i,
                           format.c_str(), r.width, r.height, r.planeStride, r.sliceHeight,
                           r.numberOfPlanes, r.fd[0], r.fd[1], r.fd[2], r.fd[3]);
             out += line;
+        }
+        if (report.recordCount > kShownRecords) {
+            out += "  ... " + Count(report.recordCount - kShownRecords, "more record") + "\n";
         }
     }
     if (!report.frames.empty()) {
@@ -291,18 +347,18 @@ std::string FormatFolderReport(const FolderReport& report) {
         for (const FrameReport& f : report.frames) {
             std::string expected = f.hasRecord ? std::to_string(f.expected) : "-";
             std::string actual = f.actual >= 0 ? std::to_string(f.actual) : "-";
-            std::snprintf(line, sizeof(line), "  %-40s %10s %10s  %s\n", f.fileName.c_str(),
-                          expected.c_str(), actual.c_str(), f.status.c_str());
+            std::snprintf(line, sizeof(line), "  %-40s %10s %10s  %s\n",
+                          EscapeControls(f.fileName).c_str(), expected.c_str(), actual.c_str(),
+                          f.status.c_str());
             out += line;
         }
     }
     if (report.databaseBytes >= 0) {
-        std::snprintf(line, sizeof(line), "  %s: %" PRId64 " bytes\n", kDatabaseName,
-                      report.databaseBytes);
-        out += line;
+        out += std::string("  ") + kDatabaseName + ": " +
+               Count(static_cast<uint64_t>(report.databaseBytes), "byte") + "\n";
     }
     for (const std::string& name : report.otherFiles) {
-        out += "  other entry: " + name + "\n";
+        out += "  other entry: " + EscapeControls(name) + "\n";
     }
     return out;
 }

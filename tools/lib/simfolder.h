@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "text.h"
+
 namespace zoltool {
 
 // One record of requestInfo.bin. The descriptors are the saving process's numbers, kept for
@@ -25,12 +27,20 @@ struct RequestRecord {
 
 constexpr size_t kRequestRecordBytes = 40;
 
-// Decodes requestInfo.bin. Every record that is whole is decoded; each reason to distrust the
-// file (a size that is not a whole number of records, a record whose format code, plane count
-// or size no save could have written) is appended to `problems`, prefixed with `what`.
-std::vector<RequestRecord> ParseRequestInfo(const std::vector<uint8_t>& bytes,
-                                            const std::string& what,
-                                            std::vector<std::string>& problems);
+// What a request record file holds, read in bounded memory however large the file is: every
+// record is checked, the first kKeptRecords are kept.
+struct RequestInfo {
+    static constexpr size_t kKeptRecords = 256;  // far more buffers than any request has
+    uint64_t bytes = 0;
+    uint64_t recordCount = 0;  // whole records in the file
+    std::vector<RequestRecord> records;
+    // Each reason to distrust the file (a size that is not a whole number of records, a record
+    // whose format code, plane count, size or stride no save could have written), naming it.
+    Problems problems;
+};
+
+// Reads requestInfo.bin at `path`. False with `error` when it cannot be read at all.
+bool ReadRequestInfo(const std::string& path, RequestInfo& info, std::string& error);
 
 // Encodes records in the same layout (for tests and tools that build folders).
 std::vector<uint8_t> EncodeRequestInfo(const std::vector<RequestRecord>& records);
@@ -56,8 +66,9 @@ struct FolderReport {
     bool recordsTrusted = false;  // the request file decoded without a problem
     std::vector<FrameReport> frames;
     int64_t databaseBytes = -1;
+    uint64_t recordCount = 0;             // records in the request file (`records` are the first)
     std::vector<std::string> otherFiles;  // entries that are none of the above
-    std::vector<std::string> problems;    // each names the file and what is wrong
+    Problems problems;                    // each names the file and what is wrong
 };
 
 // Parses "inputFrameInfo_<W>x<H>_<index>_.yuv". False for any other name.

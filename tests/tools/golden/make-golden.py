@@ -3,11 +3,13 @@
 committed, so this only needs running again when a golden case changes. The expected outputs
 inspect-expected.txt and log-expected.txt were checked by hand.
 
-The expected RGBA of the NV21 frame is computed here from the conversion's own formulas
-(double precision, truncation toward zero, clamping, chroma row r at (r * stride) // 2) and
-the tool's chroma buffer (height / 2 + 1 rows, the extra row repeating the last one)."""
+The expected RGBA of the NV21 frames, rendered as the library converts, is computed here from
+the conversion's own formulas (double precision, truncation toward zero, clamping, chroma row r
+at (r * stride) // 2) and the tool's chroma buffer (height / 2 + 1 rows, the extra row repeating
+the last one)."""
 import os
 import struct
+import zlib
 
 W, H = 8, 4
 
@@ -20,19 +22,30 @@ def nv21_frame():
     return y, uv
 
 
+def odd_frame():
+    """5x3: an odd width leaves the last pair without its U byte, an odd height a luma row
+    without a chroma row of its own."""
+    y = bytes((40 + 37 * i) & 0xFF for i in range(15))
+    uv = bytes([220, 40, 70, 190, 128])
+    return 5, 3, y, uv
+
+
 def clamp(v):
     v = int(v)  # truncation toward zero
     return 0 if v < 0 else 255 if v > 255 else v
 
 
-def expected_rgba(y, uv):
-    stride = W
-    chroma = uv + uv[-stride:]  # the tool's extra row
+def expected_rgba(w, h, y, uv):
+    """The library's conversion over the tool's buffer: rows of an even stride, a missing U byte
+    neutral, and one chroma row more than the file's, repeating its last."""
+    stride = w + (w & 1)
+    rows = [uv[r * w:(r + 1) * w] + bytes([128] * (stride - w)) for r in range(h // 2)]
+    chroma = b"".join(rows + rows[-1:]) + bytes([128] * stride)
     out = bytearray()
-    for r in range(H):
+    for r in range(h):
         start = (r * stride) // 2
-        for k in range(W):
-            Y = float(y[r * stride + k])
+        for k in range(w):
+            Y = float(y[r * w + k])
             V = float(chroma[start + 2 * (k // 2)] - 128)
             U = float(chroma[start + 2 * (k // 2) + 1] - 128)
             R = Y + 1.13983 * V
@@ -40,6 +53,15 @@ def expected_rgba(y, uv):
             B = 2.03211 * U + Y
             out += bytes([clamp(R), clamp(G), clamp(B), 255])
     return bytes(out)
+
+
+def forged_png(w, h):
+    """69 well-formed bytes whose header claims a size that four zero bytes cannot fill."""
+    def chunk(kind, data):
+        return struct.pack(">I", len(data)) + kind + data + struct.pack(
+            ">I", zlib.crc32(kind + data) & 0xFFFFFFFF)
+    return (b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", struct.pack(">IIBBBBB", w, h, 8, 6, 0, 0, 0)) +
+            chunk(b"IDAT", zlib.compress(b"\0" * 4)) + chunk(b"IEND", b""))
 
 
 def request_record(fmt, w, h, stride, slice_h, planes, fds):
@@ -55,7 +77,12 @@ def write(path, data):
 def main():
     y, uv = nv21_frame()
     write("convert/frame_8x4.nv21", y + uv)
-    write("convert/frame_8x4.rgba", expected_rgba(y, uv))
+    write("convert/frame_8x4.rgba", expected_rgba(W, H, y, uv))
+    w5, h3, y5, uv5 = odd_frame()
+    write("convert/frame_5x3.nv21", y5 + uv5)
+    write("convert/frame_5x3.rgba", expected_rgba(w5, h3, y5, uv5))
+    write("convert/forged_huge.png", forged_png(65534, 32769))
+    write("convert/forged_tiny.png", forged_png(16384, 16384))
 
     # A base folder with two saves: one whole, one with a short frame and a frame without a
     # record.
