@@ -1,5 +1,4 @@
-// Helpers of the fault tests: no descriptors left, a private tmpfs, and reading back what the
-// offline log wrote.
+// Helpers of the fault tests: no descriptors left and a private tmpfs.
 #pragma once
 
 #include <sys/resource.h>
@@ -31,9 +30,5 @@ private:
 // privilege: the caller skips). ResizeTmpfs changes its size; false on failure.
 std::string MountPrivateTmpfs(const std::string& dir, size_t bytes);
 bool ResizeTmpfs(const std::string& dir, size_t bytes);
-
-// The lines of every file in `dir`, oldest file first ("\n" removed; a last piece without
-// newline is kept as a line).
-std::vector<std::string> ReadLines(const std::string& dir);
 
 }  // namespace faults

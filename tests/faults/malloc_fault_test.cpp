@@ -1,20 +1,41 @@
-// The logging road when malloc fails on the caller's thread (failing_malloc.h replaces it in
-// this program). A caller whose line block cannot be allocated loses that line, silently and
-// counted, and nothing else on its side of the road allocates; logging goes on once memory is
-// back. (Workers without memory: zolthreadpool_nomemory_test, zolofflinelog_nomemory_test.)
+// The logging road when malloc fails on the caller's thread: malloc, calloc and realloc are
+// replaced in this program and forward to the C library's own (__libc_malloc ...) unless told
+// to fail (sanitizer builds replace malloc themselves: there this program is not built). A
+// caller whose line block cannot be allocated loses that line, silently and counted, and
+// nothing else on its side of the road allocates; logging goes on once memory is back.
 #include <android/log.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <atomic>
+#include <cerrno>
 #include <string>
 
-#include "failing_malloc.h"
 #include "fault_support.h"
 #include "zolofflinelog.h"
 #include "zoltest.h"
 #include "zoltoolsdef.h"
 
+extern "C" {
+void* __libc_malloc(size_t size);
+void* __libc_calloc(size_t count, size_t size);
+void* __libc_realloc(void* block, size_t size);
+}
+
 namespace {
+
+std::atomic<bool> g_failing{false};
+std::atomic<pthread_t> g_owner{};  // the only thread whose allocations fail
+std::atomic<unsigned long> g_failed{0};
+
+bool ShouldFail() {
+    if (!g_failing.load(std::memory_order_acquire) || !pthread_equal(pthread_self(), g_owner)) {
+        return false;
+    }
+    g_failed.fetch_add(1);
+    errno = ENOMEM;
+    return true;
+}
 
 // Counts Android log lines without allocating (a capturing logger would need memory).
 std::atomic<int> g_androidLines{0};
@@ -32,16 +53,17 @@ TEST(MallocFailure, LineWhoseBlockCannotBeAllocatedIsDroppedAndCounted) {
     ZOLOfflineLog::ZOLOfflineLogI("first line, opens the file");
     ASSERT_TRUE(log->WaitForQueuedLines());
 
-    faults::SetFailAllocations(faults::FailAllocations::kOnThisThread);
+    g_owner = pthread_self();
+    g_failing.store(true, std::memory_order_release);
     ZOLDebugLogE("debug line while malloc fails %d", 1);
     ZOLOfflineLog::ZOLOfflineLogW("offline line while malloc fails %d", 2);
     ZOLOfflineLog::ZOLOfflineLogICapture("capture line while malloc fails %d", 3);
     for (int i = 0; i < 1000; ++i) {
         ZOLOfflineLog::ZOLOfflineLogD("line %d while malloc fails", i);
     }
-    const unsigned long failed = faults::SetFailAllocations(faults::FailAllocations::kNever);
+    g_failing = false;
     // One allocation was attempted per line, the line block; nothing else on the way.
-    EXPECT_EQ(1003u, failed);
+    EXPECT_EQ(1003u, g_failed.load());
     EXPECT_EQ(1003u, log->DroppedLinesNoMemory());
     EXPECT_EQ(1, g_androidLines.load()) << "the Android log line is still written";
 
@@ -49,9 +71,9 @@ TEST(MallocFailure, LineWhoseBlockCannotBeAllocatedIsDroppedAndCounted) {
     ASSERT_TRUE(log->WaitForQueuedLines());
     size_t failing = 0;
     size_t after = 0;
-    for (const std::string& line : faults::ReadLines(dir)) {
-        failing += line.find("while malloc fails") != std::string::npos;
-        after += line.find(" ZOL: debug line after 4") != std::string::npos;
+    for (const zoltool::LogLine& line : zoltest::ReadOfflineLog(dir)) {
+        failing += line.message.find("while malloc fails") != std::string::npos;
+        after += line.message.rfind("debug line after 4", 0) == 0;
     }
     EXPECT_EQ(0u, failing);
     EXPECT_EQ(1u, after);
@@ -60,3 +82,15 @@ TEST(MallocFailure, LineWhoseBlockCannotBeAllocatedIsDroppedAndCounted) {
 }
 
 }  // namespace
+
+extern "C" void* malloc(size_t size) {
+    return ShouldFail() ? nullptr : __libc_malloc(size);
+}
+
+extern "C" void* calloc(size_t count, size_t size) {
+    return ShouldFail() ? nullptr : __libc_calloc(count, size);
+}
+
+extern "C" void* realloc(void* block, size_t size) {
+    return ShouldFail() ? nullptr : __libc_realloc(block, size);
+}

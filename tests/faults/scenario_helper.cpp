@@ -1,8 +1,6 @@
-// Whole processes for the scenario test: each scenario exits, forks, stops pools or runs on a
-// small stack, and checks what only it can see; a failed check prints "FAIL: <why>" and exits 1.
-// The library's log lines go to stderr.
-//
-//   faults_scenario_helper idle|busy|pending|callers|fork|fork-loaded|pool-stop|small-stack|throw
+// Whole processes for the scenario table: each scenario exits, forks, stops pools, runs on a
+// small stack or throws, and checks what only it can see; a failed check prints "FAIL: <why>"
+// and exits 1. The library's log lines go to stderr.
 #include <android/log.h>
 #include <pthread.h>
 #include <sys/wait.h>
@@ -15,7 +13,7 @@
 #include <thread>
 #include <vector>
 
-#include "fault_support.h"
+#include "zolbuffermanager.h"
 #include "zolbufferutil.h"
 #include "zolofflinelog.h"
 #include "zolsignaltask.h"
@@ -28,16 +26,13 @@ namespace {
 std::atomic<int> g_count{0};
 ZOLThreadPool* g_pool = nullptr;
 
+ZOLSignalTask* Loop() {
+    return ZOLSignalTask::instance();
+}
+
 int Fail(const std::string& why) {
     std::fprintf(stderr, "FAIL: %s\n", why.c_str());
     return 1;
-}
-
-template <typename F>
-void WaitUntil(F done) {
-    while (!done()) {
-        usleep(200);
-    }
 }
 
 WrapperTask Task(std::function<void()> work) {
@@ -54,15 +49,27 @@ void Submit(void (*func)(void*, uint32_t), void* arg = nullptr, uint32_t size = 
     g_pool->m_taskCond.notify_one();
 }
 
+// Threads that never stop calling `body`; returns once each has been through it once.
+void Spin(int threads, void (*body)(int thread)) {
+    for (int t = 0; t < threads; ++t) {
+        std::thread([t, body] {
+            for (bool counted = false;; counted = true) {
+                body(t);
+                g_count += counted ? 0 : 1;
+            }
+        }).detach();
+    }
+    zoltest::WaitUntil([threads] { return g_count.load() >= threads; });
+}
+
 // The exit of a process whose signal task is busy: each task raises the next signal.
 int Busy() {
-    ZOLSignalTask* loop = ZOLSignalTask::instance();
     for (unsigned long id = 1; id <= 20; ++id) {
-        loop->insert(id, Task([loop, id] { loop->signal(id + 1); }));
+        Loop()->insert(id, Task([id] { Loop()->signal(id + 1); }));
     }
-    loop->signal(1);
+    Loop()->signal(1);
     for (unsigned long id = 100; id < 110; ++id) {
-        loop->signal(id);  // nothing registered: consumed
+        Loop()->signal(id);  // nothing registered: consumed
     }
     return 0;
 }
@@ -70,17 +77,14 @@ int Busy() {
 // Signals 2 and 3 pending behind task 1, which holds the loop until the exit has taken them off
 // the queue (seen through insert(id)'s count): neither may be served.
 int Pending() {
-    ZOLSignalTask* loop = ZOLSignalTask::instance();
-    loop->insert(1, Task([loop] {
-                     WaitUntil([] { return g_count.load() == 1; });
-                     while (loop->insert(99) != 1) {  // 99: never registered
-                         usleep(1000);
-                     }
-                 }));
-    loop->insert(2, Task([] {}));
-    loop->insert(3, Task([] {}));
+    Loop()->insert(1, Task([] {
+        zoltest::WaitUntil([] { return g_count.load() == 1; });
+        zoltest::WaitUntil([] { return Loop()->insert(99) == 1; });  // 99: never registered
+    }));
+    Loop()->insert(2, Task([] {}));
+    Loop()->insert(3, Task([] {}));
     for (unsigned long id : {1, 2, 3}) {
-        loop->signal(id);
+        Loop()->signal(id);
     }
     g_count = 1;
     return 0;
@@ -89,31 +93,49 @@ int Pending() {
 // Four threads are still inside the signal task while the process exits.
 int Callers() {
     ZOLToolsLogLevel = ZOL_LOG_THRESHOLD_D;  // as fast as they can, not as fast as stderr takes
-    ZOLSignalTask* loop = ZOLSignalTask::instance();
-    for (unsigned long t = 0; t < 4; ++t) {
-        std::thread([loop, t] {
-            for (unsigned long i = 0;; ++i) {
-                loop->insert(t, Task([] {}));
-                loop->signal(t);
-                if (i % 16 == 0) {
-                    loop->disconnect(t);
-                }
-            }
-        }).detach();
-    }
-    usleep(2000);
+    Spin(4, [](int t) {
+        const unsigned long id = static_cast<unsigned long>(t);
+        Loop()->insert(id, Task([] {}));
+        Loop()->signal(id);
+        static thread_local unsigned calls = 0;
+        if (++calls % 16 == 0) {
+            Loop()->disconnect(id);
+        }
+    });
+    return 0;
+}
+
+// Eight threads allocate and free through a manager of their own and a shared one (never
+// destroyed) while the process exits.
+int Managers() {
+    ZOLToolsLogLevel = 1;
+    static ZOLBufferManager* const shared = new ZOLBufferManager("Shared");
+    Spin(8, [](int t) {
+        static thread_local ZOLBufferManager own("Own");
+        const ZOLBufferType type = t % 2 == 0 ? ZOL_BUFFER_TYPE_HEAP : ZOL_BUFFER_TYPE_DMA;
+        for (ZOLBufferManager* manager : {&own, shared}) {
+            ZOLImageBuffer image = {};
+            image.width = image.height = image.planeStride = image.sliceHeight = 32;
+            void* raw = nullptr;
+            int fd = 0;
+            manager->AllocBuffer(image, type);
+            manager->AllocBuffer(4096, &raw, fd, type);
+            manager->FreeBuffer(raw);
+            manager->FreeBuffer(image);
+        }
+    });
     return 0;
 }
 
 // fork while `loggers` threads log. The child logs a line, waits for it to be written and
-// returns from main; the parent checks the child's status and finds the line in a file,
-// stamped with the child's process and thread ids.
+// returns from main; the parent checks its status and finds the line in a file, stamped with
+// the child's process and thread ids.
 int Fork(int loggers) {
     // At rest nothing allocates at the fork (an allocator that is not fork-safe, as some
     // sanitizers' are, could otherwise hang the child): the loop does not log below level I.
     ZOLToolsLogLevel = ZOL_LOG_THRESHOLD_D;
     ZOLOfflineLog::ZOLOfflineLogI("parent line");
-    ZOLSignalTask::instance()->signal(1);
+    Loop()->signal(1);
     ZOLOfflineLog::GetInstance()->WaitForQueuedLines();
     static auto* threads = new std::vector<std::thread>();  // not destroyed by the child
     for (int i = 0; i < loggers; ++i) {
@@ -139,15 +161,9 @@ int Fork(int loggers) {
     if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
         return Fail("child ended with status " + std::to_string(status));
     }
-    for (const std::string& line :
-         faults::ReadLines(std::string(getenv("ZOL_DEVICE_ROOT")) + faults::kLogDir)) {
-        int pid = 0;
-        int tid = 0;
-        int from = 0;
-        if (std::sscanf(line.c_str(), "%*s %*s %d %d I ZOL: child line from %d", &pid, &tid,
-                        &from) == 3 &&
-            from == child) {
-            return pid == child && tid == child ? 0 : Fail("stamped " + line);
+    for (const zoltool::LogLine& line : zoltest::ReadOfflineLog(getenv("ZOL_DEVICE_ROOT"))) {
+        if (line.message == "child line from " + std::to_string(child)) {
+            return line.pid == child && line.tid == child ? 0 : Fail("stamped " + line.text);
         }
     }
     return Fail("the child's line is in no file");
@@ -171,12 +187,12 @@ int PoolStop() {
     for (int i = 0; i < 2; ++i) {
         Submit([](void*, uint32_t) {
             ++g_count;
-            WaitUntil([] { return g_count.load() > 2; });
+            zoltest::WaitUntil([] { return g_count.load() > 2; });
         });
     }
-    WaitUntil([] { return g_count.load() == 2; });
+    zoltest::WaitUntil([] { return g_count.load() == 2; });
     std::thread first([&] { pool.DeInit(); });
-    WaitUntil([] { return ExitRecords() == 2; });
+    zoltest::WaitUntil([] { return ExitRecords() == 2; });
     std::thread second([&] { pool.DeInit(); });
     pool.FlushTask();
     g_count = 3;
@@ -187,35 +203,21 @@ int PoolStop() {
         g_pool->DeInit();
         g_count = 0;
     });
-    WaitUntil([] { return g_count.load() == 0; });
+    zoltest::WaitUntil([] { return g_count.load() == 0; });
     pool.DeInit();
     return pool.m_workers.empty() ? 0 : Fail("workers left after DeInit");
 }
 
-// Dump and read back an NV21 image on a 16 KiB thread stack, with stride padding and without.
+// Dump and read back a 64x48 NV21 image, with stride padding and without.
 void* DumpAndRead(void*) {
     const std::string path = "/tmp/zolfaults-stack-" + std::to_string(getpid());
     for (const uint32_t stride : {80u, 64u}) {
-        std::vector<unsigned char> planes[4];
-        for (std::vector<unsigned char>& plane : planes) {
-            plane.assign(stride * 48, 0);
-        }
-        for (uint32_t i = 0; i < 48 * 64; ++i) {  // the payload; padding is not in the file
-            planes[0][i / 64 * stride + i % 64] = static_cast<unsigned char>(i * 7);
-            planes[1][i / 128 * stride + i % 64] = static_cast<unsigned char>(i * 13);
-        }
-        ZOLImageBuffer image = {};
-        image.width = 64;
-        image.height = 48;
-        image.planeStride = stride;
-        ZOLImageBuffer back = image;
-        image.Addr[0] = planes[0].data();
-        image.Addr[1] = planes[1].data();
-        back.Addr[0] = planes[2].data();
-        back.Addr[1] = planes[3].data();
-        g_count += ZOLBufferUtil::ZOLBufferDump(&image, path.c_str()) &&
-                   ZOLBufferUtil::ZOLReadBuffer(&back, &std::string(path)[0]) &&
-                   planes[0] == planes[2] && planes[1] == planes[3];
+        zoltest::TestImage image(ZOL_IMAGE_FORMAT_YUV420SP, 64, 48, stride, stride * 48, 1);
+        zoltest::TestImage back(ZOL_IMAGE_FORMAT_YUV420SP, 64, 48, stride, stride * 48, 2);
+        g_count += ZOLBufferUtil::ZOLBufferDump(&image.buffer, path.c_str()) &&
+                   ZOLBufferUtil::ZOLReadBuffer(&back.buffer, &std::string(path)[0]) &&
+                   image.Rows(0, 48, 64) == back.Rows(0, 48, 64) &&
+                   image.Rows(1, 24, 64) == back.Rows(1, 24, 64);
     }
     unlink(path.c_str());
     return nullptr;
@@ -250,14 +252,14 @@ int Throwing() {
         pool.Init(1);
         Submit(Throw, malloc(16), 16);
         Submit([](void*, uint32_t) { g_count = 1; });
-        WaitUntil([] { return g_count.load() == 1; });
+        zoltest::WaitUntil([] { return g_count.load() == 1; });
     }
     WrapperTask after = Task([] {});
-    ZOLSignalTask::instance()->insert(1, Task(ThrowOnLoop));
-    ZOLSignalTask::instance()->insert(2, WrapperTask(after));
-    ZOLSignalTask::instance()->signal(1);
-    ZOLSignalTask::instance()->signal(2);
-    WaitUntil([&] { return after.done->load(); });
+    Loop()->insert(1, Task(ThrowOnLoop));
+    Loop()->insert(2, WrapperTask(after));
+    Loop()->signal(1);
+    Loop()->signal(2);
+    zoltest::WaitUntil([&] { return after.done->load(); });
     const auto named = [&](const std::string& task, void* function) {
         return log.Count(task + zoltest::Address(function)) == 1;
     };
@@ -276,6 +278,7 @@ const struct {
     {"busy", Busy},
     {"pending", Pending},
     {"callers", Callers},
+    {"managers", Managers},
     {"fork", [] { return Fork(0); }},
     {"fork-loaded", [] { return Fork(8); }},
     {"pool-stop", PoolStop},
