@@ -23,45 +23,35 @@ namespace {
 // size the pool must allocate anew is fatal (the pool takes what its failed allocation did not
 // make).
 TEST(BuffersHostile, NoDescriptorLeftManagerServesWhatThePoolHolds) {
-    // The offline log starts its workers on its first line: they must not be what the
-    // exhaustion hits. DMA buffers are the only shared mappings of the process.
-    ZOLOfflineLog::GetInstance();
+    ZOLOfflineLog::GetInstance();  // its workers start before the exhaustion, not during it
     const int fds = zoltest::CountOpenFds();
-    const int mappings = zoltest::CountSharedMappings();
+    const int mappings = zoltest::CountSharedMappings();  // DMA buffers are the only ones
     {
         ZOLBufferManager manager("faults");
         void* raw = nullptr;
         int rawFd = 0;
         ASSERT_TRUE(manager.AllocBuffer(4096, &raw, rawFd, ZOL_BUFFER_TYPE_DMA));
         ZOLImageBuffer image = {};
-        image.format = ZOL_IMAGE_FORMAT_YUV420SP;
         image.width = image.planeStride = 64;
         image.height = image.sliceHeight = 32;
         ASSERT_TRUE(manager.AllocBuffer(image, ZOL_BUFFER_TYPE_DMA));
         const ZOLImageBuffer first = image;
         manager.FreeBuffer(raw);
         manager.FreeBuffer(image);
-        {
-            faults::NoMoreDescriptors none;
-            void* again = nullptr;
-            int againFd = 0;
-            EXPECT_TRUE(manager.AllocBuffer(4096, &again, againFd, ZOL_BUFFER_TYPE_DMA));
-            EXPECT_EQ(raw, again);
-            EXPECT_EQ(rawFd, againFd);
-            ZOLImageBuffer reused = first;
-            EXPECT_TRUE(manager.AllocBuffer(reused, ZOL_BUFFER_TYPE_DMA));
-            EXPECT_EQ(first.Addr[0], reused.Addr[0]);
-            EXPECT_EQ(first.Addr[1], reused.Addr[1]);
-            EXPECT_TRUE(manager.StartCPUSync(reused.fd[0], ZOL_CPU_SYNC_WRITE));
-            EXPECT_TRUE(manager.EndCPUSync(reused.fd[0]));
-            // Heap buffers need no descriptor at all.
-            void* heap = nullptr;
-            int heapFd = -1;
-            EXPECT_TRUE(manager.AllocBuffer(100, &heap, heapFd, ZOL_BUFFER_TYPE_HEAP));
-            EXPECT_TRUE(manager.FreeBuffer(heap));
-            EXPECT_TRUE(manager.FreeBuffer(again));
-            manager.FreeBuffer(reused);
-        }
+        faults::NoMoreDescriptors none;
+        void* again = nullptr;
+        int againFd = 0;
+        EXPECT_TRUE(manager.AllocBuffer(4096, &again, againFd, ZOL_BUFFER_TYPE_DMA));
+        EXPECT_TRUE(again == raw && againFd == rawFd);
+        EXPECT_TRUE(manager.AllocBuffer(image, ZOL_BUFFER_TYPE_DMA));
+        EXPECT_TRUE(image.Addr[0] == first.Addr[0] && image.Addr[1] == first.Addr[1]);
+        EXPECT_TRUE(manager.StartCPUSync(image.fd[0], ZOL_CPU_SYNC_WRITE));
+        EXPECT_TRUE(manager.EndCPUSync(image.fd[0]));
+        void* heap = nullptr;  // needs no descriptor at all
+        EXPECT_TRUE(manager.AllocBuffer(100, &heap, againFd, ZOL_BUFFER_TYPE_HEAP));
+        EXPECT_TRUE(manager.FreeBuffer(heap));
+        EXPECT_TRUE(manager.FreeBuffer(again));
+        manager.FreeBuffer(image);
     }
     // The manager was the last pool client: every pooled buffer went back to the system.
     EXPECT_EQ(fds, zoltest::CountOpenFds());
