@@ -61,6 +61,9 @@ TEST_P(ScenarioTest, EveryRunEndsCleanly) {
         GTEST_SKIP() << "the child can hang in an allocator lock held at the fork";
     }
 #endif
+    if (ZOLTEST_EMULATED && scenario.fork != Fork::kNo) {
+        GTEST_SKIP() << "user-mode emulation cannot fork a process that has threads";
+    }
     zoltest::DeviceRoot root;
     root.MakeDir(faults::kLogDir);
     // The thread sanitizer waits a second at the exit of a process whose threads still run.
