@@ -3,7 +3,7 @@
 # that exists (build/default, build/asan, build/tsan; build/default is made if none does). They
 # also run as part of each unit-test suite; this step shows them apart, with the reason when one
 # is skipped (the full file system needs a private mount namespace: root, or user namespaces).
-# About 10 s once the builds exist.
+# About a minute once the builds exist.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -19,7 +19,8 @@ fi
 for preset in "${presets[@]}"; do
     echo "--- fault injection, $preset build"
     # Only the fault programs: the malloc one exists without sanitizers only.
-    targets=(faults_offlinelog_test faults_descriptor_test)
+    targets=(faults_offlinelog_test faults_buffers_test faults_replay_hostile_test
+        faults_scenario_test faults_scenario_helper)
     [ "$preset" = default ] && targets+=(faults_malloc_test)
     cmake --build --preset "$preset" -j "$(nproc)" --target "${targets[@]}" >/dev/null
     ctest --preset "$preset" -L faults -j "$(nproc)"

@@ -71,6 +71,11 @@ std::string DevicePath(const std::string& devicePath) {
 }
 
 bool TryWriteFile(const std::string& path, const uint8_t* data, size_t size) {
+    // A name taken by anything but a file (a FIFO would block the open) is left as it is.
+    struct stat st;
+    if (lstat(path.c_str(), &st) == 0 && !S_ISREG(st.st_mode)) {
+        return false;
+    }
     FILE* file = std::fopen(path.c_str(), "wb");
     if (file == nullptr) {
         return false;

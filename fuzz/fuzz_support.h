@@ -29,7 +29,8 @@ void WriteFile(const std::string& path, const uint8_t* data, size_t size);
 // mkdir -p. Aborts on failure, as WriteFile.
 void MakeDirs(const std::string& path);
 // The same, reporting failure instead of aborting: for trees built from fuzz input, where a
-// name may already be taken by a file or a directory.
+// name may already be taken by a file, a directory, a FIFO or a link (only a file is
+// overwritten).
 bool TryWriteFile(const std::string& path, const uint8_t* data, size_t size);
 bool TryMakeDirs(const std::string& path);
 // rm -rf; a missing path is fine.

@@ -68,8 +68,9 @@ write("database_file", "short", struct.pack("<H", 64) + bytes(10))
 write("database_file", "zero_block", struct.pack("<H", 0) + b"abc")
 
 
-# Replay: flags, buffer count and four bytes per buffer, database size (u16), then entries
-# (kind, name, and for files a u16 length and the content). Names from 0x80 up are the
+# Replay: flags, buffer count and four bytes per buffer, database size (u16), a hand-over byte
+# per replay after the first, then entries (kind, name, and for files a u16 length and the
+# content). Names from 0x80 up are the
 # well-known ones of replay_fuzzer.cpp: 0x80 requestInfo.bin, 0x81 database.bin, 0x82..0x85
 # frame files 0..3, 0x86/0x87 save folders.
 def entry(kind, name, content=None):
@@ -86,10 +87,28 @@ folder = (entry(0, 0x86) + entry(1, 0x80, req) + entry(1, 0x81, bytes(32)) +
           entry(1, 0x82, bytes(192)) + entry(1, 0x83, bytes(192)) + entry(1, 0x84, bytes(192)) +
           entry(1, 0x85, bytes(192)))
 write("replay", "one_save", bytes([0]) + buffers + struct.pack("<H", 32) + folder)
+# Three replays: two hand-over bytes (records as left, then the same planes cut down to them).
 write("replay", "two_saves_three_replays",
-      bytes([4]) + buffers + struct.pack("<H", 32) + folder + entry(0, 0x87) +
+      bytes([4]) + buffers + struct.pack("<H", 32) + bytes([0, 3]) + folder + entry(0, 0x87) +
       entry(1, 0x80, record(7, 64, 64, 64, 64, 1, (0, 0, 0, 0)) * 3) + entry(2, "stray", b"x"))
 write("replay", "no_base_folder", bytes([1, 0, 0, 0]))
+# A looping link and a FIFO among the base folder's entries, FIFOs and a loop for files.
+write("replay", "fifo_and_loop",
+      bytes([4]) + buffers + struct.pack("<H", 8) + bytes([0, 0]) + entry(5, "loop") +
+      entry(4, "pipe") + entry(0, 0x86) + entry(4, 0x80) + entry(4, 0x82) + entry(5, 0x81) +
+      entry(1, 0x83, bytes(192)))
+# Four replays of a folder whose records are larger than the caller's planes, handed over as
+# left, cut down, remade and described again.
+write("replay", "reused_records",
+      bytes([6, 1, 0, 16, 8, 16]) + struct.pack("<H", 0) + bytes([0, 3, 2]) + entry(0, 0x86) +
+      entry(1, 0x80, record(0, 64, 32, 64, 32, 2, (0, 0, 0, 0))) + entry(1, 0x82, bytes(3072)))
+# A large folder listed second (tmpfs lists newest first), its records before its frame; the
+# small one replayed first, then the caller cuts its planes down to what that left behind.
+write("replay", "cut_down_planes",
+      bytes([2, 1, 0, 32, 16, 32]) + struct.pack("<H", 0) + bytes([3]) + entry(0, 0x86) +
+      entry(1, 0x82, bytes(768)) + entry(1, 0x80, record(0, 32, 16, 32, 16, 2, (0, 0, 0, 0))) +
+      entry(0, 0x87) + entry(1, 0x80, record(0, 16, 8, 16, 8, 2, (0, 0, 0, 0))) +
+      entry(1, 0x82, bytes(192)))
 write("replay", "dir_for_file",
       bytes([0]) + buffers + struct.pack("<H", 8) + entry(0, 0x86) + entry(3, 0x80) +
       entry(3, 0x81))

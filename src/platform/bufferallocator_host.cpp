@@ -22,6 +22,12 @@ int SyncIoctl(int fd, unsigned long long flags) {
     return ret < 0 ? -errno : 0;
 }
 
+// The memfd path has nothing to synchronise, but a descriptor that is not open is still
+// refused as the device's sync ioctl refuses it, so that host tests catch sync misuse.
+int CheckOpen(unsigned int fd) {
+    return fcntl(static_cast<int>(fd), F_GETFD) < 0 ? -EBADF : 0;
+}
+
 }  // namespace
 
 BufferAllocator::BufferAllocator() {
@@ -63,7 +69,7 @@ int BufferAllocator::CpuSyncStart(unsigned int dmabuf_fd, SyncType sync_type,
                                   const CustomCpuSyncLegacyIon& /*legacy_ion_cpu_sync*/,
                                   void* /*legacy_ion_custom_data*/) {
     if (heap_fd_ < 0) {
-        return 0;  // memfd pages are ordinary cached memory: nothing to synchronise
+        return CheckOpen(dmabuf_fd);  // memfd pages are ordinary cached memory
     }
     return SyncIoctl(static_cast<int>(dmabuf_fd), DMA_BUF_SYNC_START | sync_type);
 }
@@ -72,7 +78,7 @@ int BufferAllocator::CpuSyncEnd(unsigned int dmabuf_fd, SyncType sync_type,
                                 const CustomCpuSyncLegacyIon& /*legacy_ion_cpu_sync*/,
                                 void* /*legacy_ion_custom_data*/) {
     if (heap_fd_ < 0) {
-        return 0;
+        return CheckOpen(dmabuf_fd);
     }
     return SyncIoctl(static_cast<int>(dmabuf_fd), DMA_BUF_SYNC_END | sync_type);
 }

@@ -6,6 +6,7 @@
 #include <sys/time.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -15,6 +16,7 @@
 #include "platform/properties.h"
 #include "zolalgosimulation/zolalgosimulationinternal.h"
 #include "zolbufferutil.h"
+#include "zolbuffermanager/zolbufferpoolinternal.h"
 #include "zolbufferutil/zolplanegeometry.h"
 #include "zoltoolsdef.h"
 #include "zoltoolsdef/zolfatal.h"
@@ -68,24 +70,84 @@ Span PlaneSpan(const zol::RawFileGeometry& geometry, int plane, uint32_t planeSt
     return span;
 }
 
-// True when reading a frame into `current` stays within what reading it with the geometry the
-// caller gave (`given`, taken before the request file could change it) would touch. The caller
-// allocated the planes for its own geometry; a request file from elsewhere (or garbage) must
-// not make the read reach past them.
-bool FrameReadFits(const ZOLImageBuffer& current, const ZOLImageBuffer& given) {
+// The bytes of each plane a replay may write: of a block the pool handed out, the whole block;
+// of planes the caller made itself, only what both of its descriptions cover, the one it gave
+// before any replay changed the record and the record as this replay found it. The second
+// matters when the caller put new planes where the old ones were and described them just as
+// the last replay had left the record. False when a description is beyond reading.
+struct PlaneBounds {
+    bool known = false;  // false: nothing may be written
+    Span plane[2] = {};
+};
+
+PlaneBounds AllowedSpans(const ZOLImageBuffer& described, const ZOLImageBuffer& found) {
+    PlaneBounds bounds;
+    zol::RawFileGeometry a;
+    zol::RawFileGeometry b;
+    if (!zol::TryGetRawFileGeometry(described, zol::RawFileAccess::kRead, &a) ||
+        !zol::TryGetRawFileGeometry(found, zol::RawFileAccess::kRead, &b)) {
+        return bounds;
+    }
+    for (int plane = 0; plane < 2; ++plane) {
+        ptrdiff_t begin = 0;
+        ptrdiff_t end = 0;
+        if (zol::FindBusyBlock(found.Addr[plane], &begin, &end)) {
+            bounds.plane[plane] = {begin, end};
+        } else {
+            const Span x = PlaneSpan(a, plane, described.planeStride);
+            const Span y = PlaneSpan(b, plane, found.planeStride);
+            bounds.plane[plane] = {std::max(x.lo, y.lo), std::min(x.hi, y.hi)};
+        }
+    }
+    bounds.known = true;
+    return bounds;
+}
+
+// True when reading a frame with the geometry `record` holds now stays within `allowed`: every
+// byte written inside it, and no more rows of row bytes than it holds bytes, so that a record
+// of billions of rows at one address is refused instead of read row by row. A plane without
+// an address is not written.
+bool FrameReadFits(const ZOLImageBuffer& record, const PlaneBounds& allowed) {
     zol::RawFileGeometry now;
-    zol::RawFileGeometry allowed;
-    if (!zol::TryGetRawFileGeometry(current, zol::RawFileAccess::kRead, &now) ||
-        !zol::TryGetRawFileGeometry(given, zol::RawFileAccess::kRead, &allowed)) {
+    if (!allowed.known || !zol::TryGetRawFileGeometry(record, zol::RawFileAccess::kRead, &now)) {
         return false;
     }
     for (int plane = 0; plane < 2; ++plane) {
-        const Span want = PlaneSpan(now, plane, current.planeStride);
-        const Span have = PlaneSpan(allowed, plane, given.planeStride);
-        if (want.lo < have.lo || want.hi > have.hi) {
+        if (record.Addr[plane] == nullptr) {
+            continue;
+        }
+        const Span want = PlaneSpan(now, plane, record.planeStride);
+        const Span have = allowed.plane[plane];
+        const int64_t bytes = now.supported && now.rows[plane] > 0 && now.rowBytes[plane] > 0
+                                  ? int64_t{now.rows[plane]} * now.rowBytes[plane]
+                                  : 0;
+        if (want.lo < have.lo || want.hi > have.hi || bytes > have.hi - have.lo ||
+            bytes > INT32_MAX) {
             return false;
         }
     }
+    return true;
+}
+
+// The fields a replay writes into a record (readRequestBuffer) and the two plane addresses.
+bool SameRecord(const ZOLImageBuffer& a, const ZOLImageBuffer& b) {
+    return a.format == b.format && a.width == b.width && a.height == b.height &&
+           a.planeStride == b.planeStride && a.sliceHeight == b.sliceHeight &&
+           a.numberOfPlanes == b.numberOfPlanes && std::equal(a.fd, a.fd + 4, b.fd) &&
+           a.Addr[0] == b.Addr[0] && a.Addr[1] == b.Addr[1];
+}
+
+// Reads a frame file into `buffer` when it is a regular file; false otherwise, nothing read.
+// ZOLBufferUtil::ZOLReadBuffer opens by name: it is given the name of the descriptor already
+// open and checked, so the file cannot be swapped for a FIFO in between.
+bool ReadRegularFrame(ZOLImageBuffer* buffer, const char* path) {
+    const zol::algosim::UniqueFile file = zol::algosim::OpenRegularForReading(path);
+    if (!file) {
+        return false;
+    }
+    char self[64];
+    snprintf(self, sizeof(self), "/proc/self/fd/%d", fileno(file.get()));
+    ZOLBufferUtil::ZOLReadBuffer(buffer, self);
     return true;
 }
 
@@ -173,6 +235,21 @@ bool ZOLAlgoSimulation::saveSimulationInfo(std::vector<ZOLImageBuffer>& buffers,
 bool ZOLAlgoSimulation::readSimulationInfo(std::vector<ZOLImageBuffer>& buffers,
                                            ZOLDatabaseBaseStruct* database,
                                            unsigned int databaseSize) {
+    // How the caller described each record: a record still exactly as the last replay left it
+    // is taken for one the caller reused, described as it was before that replay; any other
+    // record the caller has described (again) itself.
+    std::vector<ZOLImageBuffer> described = buffers;
+    for (ZOLImageBuffer& record : described) {
+        for (size_t i = 0; i < m_replayedRecords.size(); ++i) {
+            if (SameRecord(record, m_replayedRecords[i])) {
+                record = m_describedRecords[i];
+                break;
+            }
+        }
+    }
+    m_describedRecords = described;
+    m_replayedRecords = buffers;
+
     char base[zol::algosim::kFolderPathBytes];
     zol::algosim::BaseFolderPath(base);
     m_algoFolderNames.clear();
@@ -198,7 +275,10 @@ bool ZOLAlgoSimulation::readSimulationInfo(std::vector<ZOLImageBuffer>& buffers,
     {
         UniqueDir dir(opendir(folder));
         if (!dir) {
+            // A stray file, a dangling or looping link: skipped, so that the folders after it
+            // are replayed in turn.
             ZOL_LOGD("[algorithm simulation]: Current directory don't exit!");
+            AdvanceFolderIndex();
             return false;
         }
         while (const dirent* entry = readdir(dir.get())) {
@@ -208,8 +288,11 @@ bool ZOLAlgoSimulation::readSimulationInfo(std::vector<ZOLImageBuffer>& buffers,
         }
     }
 
-    // The geometry the caller allocated for, before the request file overwrites it.
-    const std::vector<ZOLImageBuffer> given = buffers;
+    // What each record's planes may take, fixed before the request file overwrites them.
+    std::vector<PlaneBounds> allowed;
+    for (size_t i = 0; i < buffers.size(); ++i) {
+        allowed.push_back(AllowedSpans(described[i], buffers[i]));
+    }
     for (const std::string& file : files) {
         const char* name = file.c_str();
         char path[zol::algosim::kFilePathBytes];
@@ -217,20 +300,30 @@ bool ZOLAlgoSimulation::readSimulationInfo(std::vector<ZOLImageBuffer>& buffers,
         ZOL_LOGD("[algorithm simulation]: read data directory: %s, file name: %s", path, name);
 
         const int frame = FrameIndexOf(name);
+        bool read = true;
         if (strstr(name, "requestInfo") != nullptr) {
             readRequestBuffer(buffers, path);
-        } else if (frame >= 0 && static_cast<size_t>(frame) < buffers.size() &&
-                   FrameReadFits(buffers[frame], given[frame])) {
-            ZOLBufferUtil::ZOLReadBuffer(&buffers[frame], path);
-        } else if (frame < 0 && strstr(name, "database") != nullptr) {
+        } else if (frame >= 0) {
+            // Not read: frames the caller's vector or planes cannot take, and files that are
+            // not regular files.
+            read = static_cast<size_t>(frame) < buffers.size() &&
+                   FrameReadFits(buffers[frame], allowed[frame]) &&
+                   ReadRegularFrame(&buffers[frame], path);
+        } else if (strstr(name, "database") != nullptr) {
             readDatabase(database, databaseSize, path);
         } else {
-            // Unknown names, and frames the caller's vector or planes cannot take.
+            read = false;
+        }
+        if (!read) {
             ZOL_LOGD("[algorithm simulation]: read data don't exit.");
         }
     }
+    m_replayedRecords = buffers;
+    AdvanceFolderIndex();
+    return true;
+}
 
+void ZOLAlgoSimulation::AdvanceFolderIndex() {
     const uint32_t count = static_cast<uint32_t>(m_algoFolderNames.size());
     m_algoFolderNamesIndex = zol::CheckedAdd<uint32_t>(m_algoFolderNamesIndex, 1) % count;
-    return true;
 }

@@ -27,9 +27,16 @@
 // files included), takes the entry at the current index, reads every file of that folder into
 // the caller's records, planes and database, and moves the index on, wrapping around. The caller
 // owns the records, their planes and the database block: in replay mode the vector must hold as
-// many records as were saved, each with its geometry set and its planes allocated. A saved frame
-// whose index is not below the vector's size, or whose geometry would make the read reach past
-// what the caller's own geometry covers, is skipped like an unknown file.
+// many records as were saved, each with its geometry set and its planes allocated.
+//
+// A replay never writes past the caller's planes. A plane the library handed out (a block of
+// the buffer pool) takes what its block holds; a plane the caller made takes what its record
+// described before any replay changed it, which a caller that passes the same records again
+// (as the last replay left them) is still held to. A saved frame whose index is not below the
+// vector's size, whose geometry does not fit that bound (or holds more rows of row bytes than
+// the bound has bytes, or more than 2 GiB), or whose file is not a regular file, is skipped
+// like an unknown file, before anything is read. Files of a replay are opened without
+// blocking, so a FIFO among them is skipped rather than waited on.
 //
 // Results and messages: all messages are level-D lines of the debug log, beginning with
 // "[algorithm simulation]: ". Nothing throws.
@@ -75,12 +82,13 @@ public:
                             unsigned int databaseSize);
 
     // Replays the folder at the current index and advances it modulo the number of listed
-    // names. False, with "Current directory don't exit!", when the base folder lists nothing,
-    // the index is past the list, or the entry cannot be opened as a folder; the index then
-    // stays. Files are dispatched by name, first match wins: "requestInfo" (records), "_0_",
-    // "_1_", "_2_" (frames into elements 0, 1, 2), "database"; anything else is logged as
-    // "read data don't exit.". A frame is read with the geometry its record holds at that
-    // moment (the request file may come before or after it in the listing).
+    // names. False, with "Current directory don't exit!", when the base folder lists nothing or
+    // the index is past the list (the index then stays), or when the entry cannot be opened as
+    // a folder (a stray file, a looping link: the index moves on, so the folders after it are
+    // replayed in turn). Files are dispatched by name, first match wins: "requestInfo"
+    // (records), "_0_", "_1_", "_2_" (frames into elements 0, 1, 2), "database"; anything else
+    // is logged as "read data don't exit.". A frame is read with the geometry its record holds
+    // at that moment (the request file may come before or after it in the listing).
     bool readSimulationInfo(std::vector<ZOLImageBuffer>& buffers, ZOLDatabaseBaseStruct* database,
                             unsigned int databaseSize);
 
@@ -90,15 +98,23 @@ public:
     // Reads as many records as the vector holds (never resizing it) into everything but the
     // plane addresses, pNativeHandle and pReserved; each record's count of complete items (8
     // for a whole record) is logged. A short file leaves the rest as it was. False when the file
-    // cannot be opened.
+    // cannot be opened or is not a regular file.
     bool readRequestBuffer(std::vector<ZOLImageBuffer>& buffers, char* path);
     // The database file: exactly `size` bytes of the block, or the block read back from it (the
-    // logged count is 1 for a whole block, 0 otherwise, a 0-byte block included).
+    // logged count is 1 for a whole block, 0 otherwise, a 0-byte block included); only a regular
+    // file is read.
     void dumpDatabase(ZOLDatabaseBaseStruct* database, unsigned long size, char* path);
     void readDatabase(ZOLDatabaseBaseStruct* database, unsigned long size, char* path);
 
 private:
+    // Moves the replay index on, modulo the number of listed names.
+    void AdvanceFolderIndex();
+
     std::vector<std::string> m_algoFolderNames;  // entries of the base folder at the last replay
     uint32_t m_algoFolderNamesIndex;             // the entry to replay next
     ZOLBufferManager m_bufferManager;            // cache synchronisation only; allocates nothing
+    // The caller's records as the last replay left them, and as the caller had described them
+    // before: what a reused record's planes were made for.
+    std::vector<ZOLImageBuffer> m_replayedRecords;
+    std::vector<ZOLImageBuffer> m_describedRecords;
 };

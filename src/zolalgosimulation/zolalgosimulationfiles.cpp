@@ -1,18 +1,20 @@
 // The two record files of a save folder: requestInfo.bin (40 bytes per image record) and
 // database.bin (the caller's block, byte for byte).
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cstdint>
 #include <cstdio>
 #include <memory>
 
 #include "zolalgosimulation.h"
+#include "zolalgosimulation/zolalgosimulationinternal.h"
 #include "zoltoolsdef.h"
 
-namespace {
+using zol::algosim::UniqueFile;
 
-struct FileCloser {
-    void operator()(FILE* file) const { fclose(file); }
-};
-using UniqueFile = std::unique_ptr<FILE, FileCloser>;
+namespace {
 
 // The items of one 40-byte record, in file order: format, width and height as one 12-byte
 // item; planeStride, sliceHeight and numberOfPlanes as 4-byte items; fd0..fd3 as 4-byte items.
@@ -47,6 +49,25 @@ void StoreItems(const RecordItems& items, ZOLImageBuffer* b) {
 
 }  // namespace
 
+UniqueFile zol::algosim::OpenRegularForReading(const char* path) {
+    if (path == nullptr) {
+        return nullptr;
+    }
+    const int fd = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0) {
+        return nullptr;
+    }
+    struct stat st;
+    FILE* file = nullptr;
+    if (fstat(fd, &st) == 0 && S_ISREG(st.st_mode)) {
+        file = fdopen(fd, "rb");  // non-blocking makes no difference to a regular file
+    }
+    if (file == nullptr) {
+        close(fd);
+    }
+    return UniqueFile(file);
+}
+
 bool ZOLAlgoSimulation::writerRequestBuffer(std::vector<ZOLImageBuffer>& buffers, char* path) {
     UniqueFile file(path != nullptr ? fopen(path, "wb+") : nullptr);
     if (!file) {
@@ -68,7 +89,7 @@ bool ZOLAlgoSimulation::writerRequestBuffer(std::vector<ZOLImageBuffer>& buffers
 }
 
 bool ZOLAlgoSimulation::readRequestBuffer(std::vector<ZOLImageBuffer>& buffers, char* path) {
-    UniqueFile file(path != nullptr ? fopen(path, "rb") : nullptr);
+    UniqueFile file = zol::algosim::OpenRegularForReading(path);
     if (!file) {
         ZOL_LOGD("[algorithm simulation]: read data don't exit.");
         return false;
@@ -106,7 +127,7 @@ void ZOLAlgoSimulation::dumpDatabase(ZOLDatabaseBaseStruct* database, unsigned l
 
 void ZOLAlgoSimulation::readDatabase(ZOLDatabaseBaseStruct* database, unsigned long size,
                                      char* path) {
-    UniqueFile file(path != nullptr ? fopen(path, "rb") : nullptr);
+    UniqueFile file = zol::algosim::OpenRegularForReading(path);
     if (!file) {
         ZOL_LOGD("[algorithm simulation]: read database failed.");
         return;

@@ -5,7 +5,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <ctime>
+#include <memory>
 
 // 1 save, 2 replay, anything else off; read from the property when the library is loaded.
 extern int32_t ZOLAlgoSimulationMode;
@@ -26,6 +28,16 @@ void SaveFolderPath(char (&out)[kFolderPathBytes], const struct tm& local, long 
 // "<folder>inputFrameInfo_<width>x<height>_<index>_.yuv"
 void FrameFilePath(char (&out)[kFilePathBytes], const char* folder, uint32_t width, uint32_t height,
                    size_t index);
+
+struct FileCloser {
+    void operator()(FILE* file) const { fclose(file); }
+};
+using UniqueFile = std::unique_ptr<FILE, FileCloser>;
+
+// A file of a save folder opened for replay: the names come from a folder anyone may have
+// filled, so it is opened without blocking (a FIFO would wait for a writer for ever) and kept
+// only when it is a regular file. Null otherwise, which the callers treat as an open failure.
+UniqueFile OpenRegularForReading(const char* path);
 
 }  // namespace algosim
 }  // namespace zol

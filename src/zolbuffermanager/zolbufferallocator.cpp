@@ -85,8 +85,10 @@ int ZOLBufferAllocator::AllocDMABuffer(unsigned long size, char** ppBuffer, int&
         return -1;
     }
     ScopedFd owner(fd);
-    *ppBuffer = static_cast<char*>(mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0));
-    // Only null is a failure here; MAP_FAILED is handed back as the address.
+    void* mapped = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+    // MAP_FAILED (address space or map count exhausted) is a failed mapping like null: an
+    // address of -1 handed out would crash the first write to it.
+    *ppBuffer = mapped == MAP_FAILED ? nullptr : static_cast<char*>(mapped);
     if (*ppBuffer == nullptr) {
         ZOL_LOGE("Mmap DMA Buffer fail, pBuffer is nullptr");
         return -1;  // owner closes the descriptor; the caller's fd keeps its number

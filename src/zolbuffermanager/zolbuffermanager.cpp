@@ -1,6 +1,7 @@
 #include "zolbuffermanager.h"
 
 #include <cstdint>
+#include <string>
 
 #include "zoltoolsdef.h"
 #include "zoltoolsdef/zolfatal.h"
@@ -8,6 +9,15 @@
 namespace {
 
 constexpr unsigned kMaxPlanes = 4;
+
+// The refusal of an address this manager cannot give back: never handed out by it, or taken
+// back by the pool in the meantime.
+void LogNotAllocatedHere(const std::string& name, const void* pBuffer) {
+    ZOL_LOGW(
+        "[%s] %s:%d %s() Free buffer failed, this buffer not alloced by this buffer manager, "
+        "pBuf: %p, buffer manager name: %s",
+        name.c_str(), ZOL_FILE, __LINE__, "FreeBuffer", pBuffer, name.c_str());
+}
 
 }  // namespace
 
@@ -32,8 +42,9 @@ ZOLBufferManager::~ZOLBufferManager() {
             "forcibly",
             m_name.c_str(), ZOL_FILE, __LINE__, "~ZOLBufferManager",
             static_cast<int>(m_allocatedBuffers.size()));
-        for (void* pBuffer : m_allocatedBuffers) {
-            m_bufferPool.PutBufferToPool(pBuffer);
+        for (const auto& [pBuffer, lease] : m_allocatedBuffers) {
+            // A block the pool took back meanwhile is not returned again.
+            m_bufferPool.PutLeasedBuffer(pBuffer, lease);
             ZOL_LOGW("[%s] %s:%d %s()   release buffer forcibly: %p", m_name.c_str(), ZOL_FILE,
                      __LINE__, "~ZOLBufferManager", pBuffer);
         }
@@ -56,7 +67,8 @@ bool ZOLBufferManager::AllocBuffer(unsigned size, void** ppBuffer, int& fd, ZOLB
     fd = 0;
 
     int localFd = 0;
-    void* pBuffer = m_bufferPool.GetBufferFromPool(size, localFd, type);
+    uint64_t lease = 0;
+    void* pBuffer = m_bufferPool.GetLeasedBuffer(size, localFd, type, &lease);
     if (pBuffer == nullptr) {
         ZOL_LOGE("[%s] %s:%d %s() Alloc buffer failed, get buffer from pool is NULL!",
                  m_name.c_str(), ZOL_FILE, __LINE__, "AllocBuffer");
@@ -64,8 +76,11 @@ bool ZOLBufferManager::AllocBuffer(unsigned size, void** ppBuffer, int& fd, ZOLB
     }
     {
         std::lock_guard<std::mutex> lock(m_lock);
-        if (!m_allocatedBuffers.insert(pBuffer).second) {
-            // Already out through this manager: keep the one record, hand out nothing.
+        const auto inserted = m_allocatedBuffers.emplace(pBuffer, lease);
+        if (!inserted.second) {
+            // Still on record here although the pool handed it out again: keep the one record,
+            // now under the new lease (which a free returns), and hand out nothing.
+            inserted.first->second = lease;
             ZOL_LOGE("[%s] %s:%d %s() Get repetitive buffer from buffer pool: %p", m_name.c_str(),
                      ZOL_FILE, __LINE__, "AllocBuffer", pBuffer);
             return false;
@@ -151,17 +166,23 @@ bool ZOLBufferManager::FreeBuffer(const void* pBuffer) {
         return false;
     }
     void* key = const_cast<void*>(pBuffer);
+    uint64_t lease = 0;
     {
         std::lock_guard<std::mutex> lock(m_lock);
-        if (m_allocatedBuffers.erase(key) == 0) {
-            ZOL_LOGW(
-                "[%s] %s:%d %s() Free buffer failed, this buffer not alloced by this buffer "
-                "manager, pBuf: %p, buffer manager name: %s",
-                m_name.c_str(), ZOL_FILE, __LINE__, "FreeBuffer", pBuffer, m_name.c_str());
+        auto found = m_allocatedBuffers.find(key);
+        if (found == m_allocatedBuffers.end()) {
+            LogNotAllocatedHere(m_name, pBuffer);
             return false;
         }
+        lease = found->second;
+        m_allocatedBuffers.erase(found);
     }
-    m_bufferPool.PutBufferToPool(key);
+    // The pool may have taken the block back (its last client left): then it is no longer
+    // this manager's to return, and may already be released or someone else's.
+    if (!m_bufferPool.PutLeasedBuffer(key, lease)) {
+        LogNotAllocatedHere(m_name, pBuffer);
+        return false;
+    }
     ZOL_LOGD("[%s] %s:%d %s() Free buffer: %p", m_name.c_str(), ZOL_FILE, __LINE__, "FreeBuffer",
              pBuffer);
     return true;

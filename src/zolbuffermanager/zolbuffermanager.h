@@ -55,7 +55,6 @@
 #include <map>
 #include <memory>
 #include <mutex>
-#include <set>
 #include <string>
 
 #include "zolexport.h"
@@ -72,8 +71,8 @@ public:
     ZOLBufferAllocator& operator=(const ZOLBufferAllocator&) = delete;
 
     // A new system-heap buffer of `size` bytes mapped shared read-write: 0 with *ppBuffer and
-    // fd set, or -1. Only a null mapping counts as failure (the descriptor is then closed but
-    // left in fd); an mmap failure address (MAP_FAILED) is handed back as it is.
+    // fd set, or -1. A mapping that fails (null or MAP_FAILED) leaves *ppBuffer null and the
+    // descriptor closed, its number still in fd.
     int AllocDMABuffer(unsigned long size, char** ppBuffer, int& fd);
     // Unmaps pBuffer (when non-null) and closes fd (when not negative; fd becomes -1). Returns
     // close's result, or the negative fd unchanged.
@@ -121,11 +120,17 @@ struct ZOLBufferPoolBufferInfo {
 
 // A client of the process-wide buffer pool. Any thread may call any operation.
 //
-// The lists are static: one set per process, built when the library is loaded and destroyed at
-// unload. Locks: m_freeBufferListLock guards m_freeBufferList, m_busyBufferListLock guards
+// The lists are static: one set per process, built when the library is loaded and never
+// destroyed, so that threads still getting and putting blocks while the process exits find
+// them intact. Locks: m_freeBufferListLock guards m_freeBufferList, m_busyBufferListLock guards
 // m_busyBufferList, m_bufferPoolClientNumLock guards m_bufferPoolClientNum. The count lock may be
 // held while the busy or the free lock is taken (last-client release); the busy and free locks
 // are never held together.
+//
+// Every hand-out of a block carries a lease number, kept beside the busy list. A manager puts
+// a block back under the lease it got, so a block the pool has taken back in between (a
+// last-client release, a put by another client) is refused instead of being returned twice,
+// possibly while it already belongs to someone else.
 //
 // Clients are counted by the default constructor only. The named constructor builds and drops a
 // default client on the way (so it is not counted, while its destructor still leaves): if that
@@ -156,16 +161,26 @@ public:
     ZOLBufferAllocator* GetAllocator();
 
     // Free blocks per type (index 0 heap, 1 DMA), by size; newest at the back.
-    static std::map<uint32_t, std::deque<ZOLBufferPoolBufferInfo>> m_freeBufferList[2];
-    static std::mutex m_freeBufferListLock;
+    static std::map<uint32_t, std::deque<ZOLBufferPoolBufferInfo>> (&m_freeBufferList)[2];
+    static std::mutex& m_freeBufferListLock;
     // Blocks handed out and not yet returned, by address.
-    static std::map<void*, ZOLBufferPoolBufferInfo> m_busyBufferList;
-    static std::mutex m_busyBufferListLock;
+    static std::map<void*, ZOLBufferPoolBufferInfo>& m_busyBufferList;
+    static std::mutex& m_busyBufferListLock;
     // Live default-constructed clients.
     static uint32_t m_bufferPoolClientNum;
-    static std::mutex m_bufferPoolClientNumLock;
+    static std::mutex& m_bufferPoolClientNumLock;
 
 private:
+    friend class ZOLBufferManager;
+    // GetBufferFromPool, also giving the lease of this hand-out.
+    void* GetLeasedBuffer(unsigned size, int& fd, ZOLBufferType type, uint64_t* lease);
+    // PutBufferToPool for a block still busy under `lease`; false, with nothing logged or
+    // touched, for any other block.
+    bool PutLeasedBuffer(void* pBuffer, uint64_t lease);
+    // Steps of PutBufferToPool after the block left the busy list: back to its free queue, or
+    // released when there is none or it is full.
+    void ReturnToFreeList(const ZOLBufferPoolBufferInfo& info);
+
     std::string m_clientName;
     ZOLBufferAllocator m_allocator;
 };
@@ -195,8 +210,8 @@ public:
     // 1 only) and pNativeHandle (null) are set. When a plane fails, the planes already obtained
     // stay with the manager (freed by address or at destruction) and false is returned.
     bool AllocBuffer(ZOLImageBuffer& image, ZOLBufferType type);
-    // Returns a block handed out by this manager to the pool; false for null or a foreign
-    // address.
+    // Returns a block handed out by this manager to the pool; false for null, a foreign
+    // address, or a block the pool took back meanwhile (its last client left).
     bool FreeBuffer(const void* pBuffer);
     // Frees each plane below numberOfPlanes; the record is left as it is. Always true.
     bool FreeBuffer(const ZOLImageBuffer& image);
@@ -218,5 +233,5 @@ private:
     std::string m_name;
     ZOLBufferPool m_bufferPool;
     std::mutex m_lock;
-    std::set<void*> m_allocatedBuffers;  // guarded by m_lock
+    std::map<void*, uint64_t> m_allocatedBuffers;  // address -> its pool lease; guarded by m_lock
 };

@@ -1,21 +1,16 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <cstddef>
+#include <cstdint>
 #include <cstdlib>
+#include <iterator>
 #include <vector>
 
 #include "zolbuffermanager.h"
+#include "zolbuffermanager/zolbufferpoolinternal.h"
 #include "zoltoolsdef.h"
 #include "zoltoolsdef/zolfatal.h"
-
-// The process-wide lists, built by this unit's static initialiser when the library is loaded and
-// destroyed at unload in reverse order.
-std::mutex ZOLBufferPool::m_freeBufferListLock;
-std::mutex ZOLBufferPool::m_busyBufferListLock;
-std::mutex ZOLBufferPool::m_bufferPoolClientNumLock;
-std::map<uint32_t, std::deque<ZOLBufferPoolBufferInfo>> ZOLBufferPool::m_freeBufferList[2];
-std::map<void*, ZOLBufferPoolBufferInfo> ZOLBufferPool::m_busyBufferList;
-uint32_t ZOLBufferPool::m_bufferPoolClientNum = 0;
 
 namespace {
 
@@ -23,13 +18,79 @@ constexpr unsigned kBufferTypeCount = 2;
 // A size and type keeps at most this many free blocks; more are released when put back.
 constexpr size_t kMaxFreeBuffersPerSize = 10;
 
+// Storage whose object is built but never destroyed.
+template <typename T>
+union Immortal {
+    Immortal() : value() {}
+    ~Immortal() {}
+    T value;
+};
+
+// The process-wide lists, built by this unit's static initialiser when the library is loaded.
+// Never destroyed: other threads may still be inside the pool while the process exits, after
+// the static destructors have run, and the blocks the lists hold are the process's until then.
+struct PoolLists {
+    std::mutex freeLock;
+    std::map<uint32_t, std::deque<ZOLBufferPoolBufferInfo>> free[kBufferTypeCount];
+    std::mutex busyLock;
+    std::map<void*, ZOLBufferPoolBufferInfo> busy;
+    std::map<void*, uint64_t> leases;  // busy address -> lease of its hand-out; busyLock
+    uint64_t lastLease = 0;            // busyLock
+    std::mutex countLock;
+};
+Immortal<PoolLists> g_lists;
+
 // The free list of a type that is known to be 0 or 1; anything else is fatal.
 std::map<uint32_t, std::deque<ZOLBufferPoolBufferInfo>>& FreeListOf(ZOLBufferType type) {
-    return ZOLBufferPool::m_freeBufferList[zol::CheckedIndex(static_cast<unsigned>(type),
-                                                             kBufferTypeCount)];
+    return g_lists.value.free[zol::CheckedIndex(static_cast<unsigned>(type), kBufferTypeCount)];
+}
+
+// Takes `pBuffer` off the busy list into `info`: false when it is not busy, or (with a lease)
+// busy under another lease.
+bool TakeBusy(void* pBuffer, const uint64_t* lease, ZOLBufferPoolBufferInfo* info) {
+    PoolLists& lists = g_lists.value;
+    std::lock_guard<std::mutex> busyLock(lists.busyLock);
+    auto found = lists.busy.find(pBuffer);
+    auto leased = lists.leases.find(pBuffer);
+    if (found == lists.busy.end() ||
+        (lease != nullptr && (leased == lists.leases.end() || leased->second != *lease))) {
+        return false;
+    }
+    *info = found->second;
+    lists.busy.erase(found);
+    if (leased != lists.leases.end()) {
+        lists.leases.erase(leased);
+    }
+    return true;
 }
 
 }  // namespace
+
+std::mutex& ZOLBufferPool::m_freeBufferListLock = g_lists.value.freeLock;
+std::mutex& ZOLBufferPool::m_busyBufferListLock = g_lists.value.busyLock;
+std::mutex& ZOLBufferPool::m_bufferPoolClientNumLock = g_lists.value.countLock;
+std::map<uint32_t, std::deque<ZOLBufferPoolBufferInfo>> (&ZOLBufferPool::m_freeBufferList)[2] =
+    g_lists.value.free;
+std::map<void*, ZOLBufferPoolBufferInfo>& ZOLBufferPool::m_busyBufferList = g_lists.value.busy;
+uint32_t ZOLBufferPool::m_bufferPoolClientNum = 0;
+
+bool zol::FindBusyBlock(const void* address, ptrdiff_t* begin, ptrdiff_t* end) {
+    PoolLists& lists = g_lists.value;
+    std::lock_guard<std::mutex> busyLock(lists.busyLock);
+    auto after = lists.busy.upper_bound(const_cast<void*>(address));
+    if (after == lists.busy.begin()) {
+        return false;
+    }
+    const ZOLBufferPoolBufferInfo& block = std::prev(after)->second;
+    const uintptr_t start = reinterpret_cast<uintptr_t>(block.pBuffer);
+    const uintptr_t at = reinterpret_cast<uintptr_t>(address);
+    if (at - start >= block.size) {
+        return false;
+    }
+    *begin = -static_cast<ptrdiff_t>(at - start);
+    *end = static_cast<ptrdiff_t>(start + block.size - at);
+    return true;
+}
 
 ZOLBufferPool::ZOLBufferPool() : m_clientName("UnknowBufferManager") {
     std::lock_guard<std::mutex> lock(m_bufferPoolClientNumLock);
@@ -100,6 +161,10 @@ void ZOLBufferPool::SetClientName(std::string name) {
 }
 
 void* ZOLBufferPool::GetBufferFromPool(unsigned size, int& fd, ZOLBufferType type) {
+    return GetLeasedBuffer(size, fd, type, nullptr);
+}
+
+void* ZOLBufferPool::GetLeasedBuffer(unsigned size, int& fd, ZOLBufferType type, uint64_t* lease) {
     // Seen unsigned, a negative type is "2 or more" too.
     if (size == 0 || static_cast<uint32_t>(type) >= kBufferTypeCount) {
         ZOL_LOGE("[BufferPool-%s] %s:%d %s() Invalid args, get buffer failed!",
@@ -126,8 +191,14 @@ void* ZOLBufferPool::GetBufferFromPool(unsigned size, int& fd, ZOLBufferType typ
         freeLeft = static_cast<unsigned>(found->second.size());
     }
     {
-        std::lock_guard<std::mutex> busyLock(m_busyBufferListLock);
-        m_busyBufferList.emplace(info.pBuffer, info);
+        PoolLists& lists = g_lists.value;
+        std::lock_guard<std::mutex> busyLock(lists.busyLock);
+        lists.busy.emplace(info.pBuffer, info);
+        // A new lease even when the address was still listed: whoever held it before lost it.
+        lists.leases[info.pBuffer] = ++lists.lastLease;
+        if (lease != nullptr) {
+            *lease = lists.lastLease;
+        }
     }
     ZOL_LOGD(
         "[BufferPool-%s] %s:%d %s() Get buffer type: %d, size: %u, pBuf: %p. Free buf num "
@@ -147,20 +218,28 @@ void ZOLBufferPool::PutBufferToPool(void* pBuffer) {
     }
     ZOL_LOGV("[BufferPool-%s] %s:%d %s() Put buffer to pool: %p", name, ZOL_FILE, __LINE__,
              "PutBufferToPool", pBuffer);
-
     ZOLBufferPoolBufferInfo info;
-    {
-        std::lock_guard<std::mutex> busyLock(m_busyBufferListLock);
-        auto found = m_busyBufferList.find(pBuffer);
-        if (found == m_busyBufferList.end()) {
-            ZOL_LOGW("[BufferPool-%s] %s:%d %s() Wrong buffer pointer: %p", name, ZOL_FILE,
-                     __LINE__, "PutBufferToPool", pBuffer);
-            return;
-        }
-        info = found->second;
-        m_busyBufferList.erase(found);
+    if (!TakeBusy(pBuffer, nullptr, &info)) {
+        ZOL_LOGW("[BufferPool-%s] %s:%d %s() Wrong buffer pointer: %p", name, ZOL_FILE, __LINE__,
+                 "PutBufferToPool", pBuffer);
+        return;
     }
+    ReturnToFreeList(info);
+}
 
+bool ZOLBufferPool::PutLeasedBuffer(void* pBuffer, uint64_t lease) {
+    ZOLBufferPoolBufferInfo info;
+    if (!TakeBusy(pBuffer, &lease, &info)) {
+        return false;
+    }
+    ZOL_LOGV("[BufferPool-%s] %s:%d %s() Put buffer to pool: %p", m_clientName.c_str(), ZOL_FILE,
+             __LINE__, "PutBufferToPool", pBuffer);
+    ReturnToFreeList(info);
+    return true;
+}
+
+void ZOLBufferPool::ReturnToFreeList(const ZOLBufferPoolBufferInfo& info) {
+    const char* name = m_clientName.c_str();
     std::lock_guard<std::mutex> freeLock(m_freeBufferListLock);
     auto& freeList = FreeListOf(info.type);
     auto found = freeList.find(info.size);

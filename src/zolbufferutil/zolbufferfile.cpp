@@ -1,41 +1,127 @@
 // Raw image files: dump of an image buffer's planes and read-back into them.
+#include <fcntl.h>
+#include <limits.h>
+#include <sys/stat.h>
+#include <sys/uio.h>
+
+#include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <memory>
 
 #include "zolbufferutil.h"
 #include "zolbufferutil/zolplanegeometry.h"
 #include "zoltoolsdef.h"
+#include "zoltoolsdef/zolfd.h"
 
 namespace {
 
-struct FileCloser {
-    void operator()(FILE* file) const { fclose(file); }
-};
+// Rows gathered into one system call. IOV_MAX bounds it, and so does the caller's stack: camera
+// algorithm threads are often made with small stacks, and 128 entries take 2 KiB of it.
+constexpr int kRowsPerCall = IOV_MAX < 128 ? IOV_MAX : 128;
 
-// A FILE whose stdio buffer lives in this object. Rows still reach the file one fwrite (or
-// fread) each, straight from the plane, but the default one-block buffer would turn a 4000-byte
-// row into one system call; 64 KiB cuts the calls about sixteen-fold and allocates nothing.
-// The buffer is declared before the FILE, so it outlives the fclose that flushes it.
-class BufferedFile {
+// Moves the rows of an image between its planes and a file, each row straight from or into its
+// plane (a plane without stride padding as one span), up to kRowsPerCall rows a call. A short
+// transfer is continued where it stopped; end of file or an error ends the whole transfer, so
+// the rows it did not reach stay as they were.
+class RowTransfer {
 public:
-    BufferedFile(const char* path, const char* mode) : file_(fopen(path, mode)) {
-        if (file_) {
-            setvbuf(file_.get(), buffer_, _IOFBF, sizeof(buffer_));
+    enum class Direction { kToFile, kFromFile };
+
+    RowTransfer(int fd, Direction direction, bool positional)
+        : m_fd(fd), m_direction(direction), m_positional(positional) {}
+
+    // Queues `rows` rows of `rowBytes` bytes from `plane`, advancing `stride` bytes a row.
+    // False once the transfer has ended early.
+    bool AddPlane(unsigned char* plane, int rowBytes, int rows, int stride) {
+        if (rows < 1 || rowBytes < 1 || plane == nullptr) {
+            return m_ok;
         }
+        if (stride == rowBytes) {
+            return Add(plane, static_cast<size_t>(rowBytes) * static_cast<size_t>(rows));
+        }
+        for (int r = 0; r < rows && m_ok; ++r) {
+            Add(plane + static_cast<ptrdiff_t>(r) * stride, static_cast<size_t>(rowBytes));
+        }
+        return m_ok;
     }
-    FILE* get() const { return file_.get(); }
-    explicit operator bool() const { return static_cast<bool>(file_); }
+
+    // Transfers what is still queued.
+    bool Finish() {
+        while (m_ok && m_count > 0) {
+            Call();
+        }
+        return m_ok;
+    }
 
 private:
-    char buffer_[64 * 1024];
-    std::unique_ptr<FILE, FileCloser> file_;
+    bool Add(unsigned char* at, size_t len) {
+        if (m_count == kRowsPerCall) {
+            Finish();
+        }
+        if (m_ok) {
+            m_iov[m_count++] = {at, len};
+        }
+        return m_ok;
+    }
+
+    // One system call; the entries it completed leave the queue, a partly done one is kept
+    // with what is left of it.
+    void Call() {
+        ssize_t n;
+        const bool out = m_direction == Direction::kToFile;
+        if (m_positional) {
+            n = out ? pwritev(m_fd, m_iov, m_count, m_offset)
+                    : preadv(m_fd, m_iov, m_count, m_offset);
+        } else {
+            n = out ? writev(m_fd, m_iov, m_count) : readv(m_fd, m_iov, m_count);
+        }
+        if (n < 0 && errno == EINTR) {
+            return;
+        }
+        if (n <= 0) {
+            m_ok = false;
+            return;
+        }
+        m_offset += n;
+        size_t done = static_cast<size_t>(n);
+        int first = 0;
+        while (first < m_count && done >= m_iov[first].iov_len) {
+            done -= m_iov[first++].iov_len;
+        }
+        if (first < m_count) {
+            m_iov[first].iov_base = static_cast<char*>(m_iov[first].iov_base) + done;
+            m_iov[first].iov_len -= done;
+        }
+        std::memmove(m_iov, m_iov + first, sizeof(iovec) * static_cast<size_t>(m_count - first));
+        m_count -= first;
+    }
+
+    const int m_fd;
+    const Direction m_direction;
+    const bool m_positional;  // pwritev/preadv at m_offset; writev/readv for a pipe or device
+    bool m_ok = true;
+    off_t m_offset = 0;
+    int m_count = 0;
+    iovec m_iov[kRowsPerCall];
 };
 
 // The one message of these operations; callers' tools look for it whatever the log level.
 void LogUnknownFormat(uint32_t format) {
     ZOLDebugLogE("unknow format: %d", static_cast<int>(format));
+}
+
+// Moves both planes of `buffer` in file order. Kept out of line: the row list lives in this
+// frame only, not in that of a caller that goes on to write a log line.
+[[gnu::noinline]] void TransferPlanes(int fd, RowTransfer::Direction direction, bool positional,
+                                      const ZOLImageBuffer& buffer, const zol::RawFileGeometry& g) {
+    RowTransfer transfer(fd, direction, positional);
+    const int stride = static_cast<int>(buffer.planeStride);
+    for (int plane = 0; plane < 2; ++plane) {
+        transfer.AddPlane(static_cast<unsigned char*>(buffer.Addr[plane]), g.rowBytes[plane],
+                          g.rows[plane], stride);
+    }
+    transfer.Finish();
 }
 
 }  // namespace
@@ -71,8 +157,9 @@ bool ZOLBufferUtil::ZOLBufferDump(ZOLImageBuffer* buffer, const char* path) {
     if (buffer == nullptr || path == nullptr) {
         return false;
     }
-    BufferedFile file(path, "wb+");
-    if (!file) {
+    // The caller's path, opened as given: a pipe or a device is written in sequence.
+    const zol::UniqueFd fd = zol::Open(path, O_WRONLY | O_CREAT | O_TRUNC);
+    if (!fd.ok()) {
         return false;
     }
     const zol::RawFileGeometry g = zol::GetRawFileGeometry(*buffer, zol::RawFileAccess::kDump);
@@ -80,11 +167,10 @@ bool ZOLBufferUtil::ZOLBufferDump(ZOLImageBuffer* buffer, const char* path) {
         LogUnknownFormat(buffer->format);
         return true;
     }
-    const int stride = static_cast<int>(buffer->planeStride);
-    for (int plane = 0; plane < 2; ++plane) {
-        ZOLDumpPlane(file.get(), static_cast<unsigned char*>(buffer->Addr[plane]),
-                     g.rowBytes[plane], g.rows[plane], stride);
-    }
+    struct stat st;
+    const bool regular = fstat(fd.get(), &st) == 0 && S_ISREG(st.st_mode);
+    // Write errors and short writes are not reported: the result only says the file opened.
+    TransferPlanes(fd.get(), RowTransfer::Direction::kToFile, regular, *buffer, g);
     return true;
 }
 
@@ -93,8 +179,9 @@ bool ZOLBufferUtil::ZOLReadBuffer(ZOLImageBuffer* buffer, char* path) {
     if (buffer == nullptr || path == nullptr) {
         return false;
     }
-    BufferedFile file(path, "rb");
-    if (!file) {
+    // Only a regular file is read: a FIFO left where a frame belongs would block for ever.
+    const zol::UniqueFd fd = zol::OpenRegularFile(path, O_RDONLY);
+    if (!fd.ok()) {
         return false;
     }
     // The first eight bytes of both planes are cleared whatever the format; the planes need not
@@ -111,10 +198,7 @@ bool ZOLBufferUtil::ZOLReadBuffer(ZOLImageBuffer* buffer, char* path) {
         LogUnknownFormat(buffer->format);
         return true;
     }
-    const int stride = static_cast<int>(buffer->planeStride);
-    for (int plane = 0; plane < 2; ++plane) {
-        ZOLReadPlane(file.get(), static_cast<unsigned char*>(buffer->Addr[plane]),
-                     g.rowBytes[plane], g.rows[plane], stride);
-    }
+    // A short file ends the transfer early: the rows it does not reach stay as they were.
+    TransferPlanes(fd.get(), RowTransfer::Direction::kFromFile, true, *buffer, g);
     return true;
 }

@@ -36,9 +36,10 @@
 // A dump of format 4 or 8..14 therefore cannot be read back. Where a format is not handled the
 // error line "unknow format: %d" is written whatever ZOLToolsLogLevel says, and the result is
 // still true. A row size that does not fit in 32 bits (width x 2, x 12, x 14) aborts the
-// process. Every row is one memcpy, fwrite or fread straight between the plane and its
-// destination: nothing is staged. ZOLBufferDump and ZOLReadBuffer give their FILE a 64 KiB
-// buffer on the calling thread's stack, so that a row is not a system call of its own.
+// process. Every row moves straight between the plane and its destination: nothing is staged.
+// ZOLBufferCopy copies a row with one memcpy; ZOLBufferDump and ZOLReadBuffer gather up to 128
+// rows into one vectored system call (a plane without stride padding is one span) and use under
+// 4 KiB of the calling thread's stack, so they suit the small stacks of algorithm threads.
 class ZOL_EXPORT ZOLBufferUtil {
 public:
     // Copies `rows` rows of `rowBytes` bytes, `dst` advancing `dstStride` and `src` advancing
@@ -71,7 +72,7 @@ public:
     // eight bytes of Addr[0] and of Addr[1] are set to zero, whatever the format, so both
     // pointers must be valid for eight bytes (a null plane pointer is left alone). A short file
     // leaves the rows it does not reach as they were. False, with no log line, only when the
-    // file cannot be opened.
+    // file cannot be opened or is not a regular file (a FIFO is refused without blocking).
     static bool ZOLReadBuffer(ZOLImageBuffer* buffer, char* path);
 
     // Appends to `names` the entries of the directory `path` that do not begin with '.', as

@@ -2,6 +2,8 @@
 // operations around the queue (waiting for it, counting what was dropped, the memory pool).
 #include "zolofflinelog.h"
 
+#include <pthread.h>
+
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -25,6 +27,9 @@ std::atomic<bool> g_destroyed{false};
 bool Destroyed() {
     return g_destroyed.load(std::memory_order_acquire);
 }
+
+// The object, for the fork handlers (which take no argument). Set once by the constructor.
+ZOLOfflineLog* g_instance = nullptr;
 
 // The decision of the constructor: the property, and when it is unset (or -1) the settings file.
 bool DecideEnable() {
@@ -82,9 +87,61 @@ ZOLOfflineLog::ZOLOfflineLog() {
             std::memset(m_logPool, 0, 8);
         }
     }
-    std::lock_guard<std::mutex> lock(m_logFileMutex);
-    m_curLogFileName.clear();
-    m_curLogFileSize = kMaxLogFileSize;
+    {
+        std::lock_guard<std::mutex> lock(m_logFileMutex);
+        m_curLogFileName.clear();
+        m_curLogFileSize = kMaxLogFileSize;
+    }
+    // Registered after the pool's handlers, so these run first at a fork: the locks of this
+    // object are taken before the pool's.
+    g_instance = this;
+    pthread_atfork(ForkPrepare, ForkParent, ForkChild);
+}
+
+// Held across fork, in the order in which the rest of the object nests them.
+void ZOLOfflineLog::ForkPrepare() {
+    if (Destroyed()) {
+        return;
+    }
+    g_instance->m_restartMutex.lock();
+    g_instance->m_logFileMutex.lock();
+    g_instance->m_fileListMutex.lock();
+    g_instance->m_drainMutex.lock();
+    g_instance->m_logPoolMutex.lock();
+}
+
+void ZOLOfflineLog::ForkParent() {
+    if (Destroyed()) {
+        return;
+    }
+    g_instance->m_logPoolMutex.unlock();
+    g_instance->m_drainMutex.unlock();
+    g_instance->m_fileListMutex.unlock();
+    g_instance->m_logFileMutex.unlock();
+    g_instance->m_restartMutex.unlock();
+}
+
+// The pool has forgotten its workers and the parent's queued lines by now. Threads that waited
+// for a drain are gone with them, so the condition variable is made anew.
+void ZOLOfflineLog::ForkChild() {
+    if (Destroyed()) {
+        return;
+    }
+    new (&g_instance->m_drainCond) std::condition_variable();
+    g_instance->m_workersGone.store(true, std::memory_order_release);
+    ForkParent();
+}
+
+void ZOLOfflineLog::RestartWorkers() {
+    std::lock_guard<std::mutex> lock(m_restartMutex);
+    if (m_workersGone.load(std::memory_order_relaxed)) {
+        try {
+            m_threadPool.Init(kWorkerCount);
+        } catch (const std::bad_alloc&) {
+            // As in the constructor: the workers that did start serve the log.
+        }
+        m_workersGone.store(false, std::memory_order_release);
+    }
 }
 
 ZOLOfflineLog::~ZOLOfflineLog() {
@@ -133,6 +190,9 @@ void ZOLOfflineLog::PushLogToLogPool(const char* msg, ZOLOfflineLogLevel level, 
     const size_t stampLen = zol::offlinelog::FormatStamp(stamp, now, zol::offlinelog::ProcessId(),
                                                          tid, zol::offlinelog::LevelLetter(level));
 
+    if (m_workersGone.load(std::memory_order_acquire)) {
+        RestartWorkers();
+    }
     char* block = static_cast<char*>(std::calloc(1, kLineBlockSize));
     if (block == nullptr) {
         m_droppedNoMemory.fetch_add(1, std::memory_order_relaxed);
@@ -188,6 +248,10 @@ uint64_t ZOLOfflineLog::DroppedLinesNoMemory() const {
 
 uint64_t ZOLOfflineLog::DroppedLinesNoFile() const {
     return m_droppedNoFile.load(std::memory_order_relaxed);
+}
+
+uint64_t ZOLOfflineLog::DroppedLinesNoSpace() const {
+    return m_droppedNoSpace.load(std::memory_order_relaxed);
 }
 
 // WaitForQueuedLines queues one drain record per worker, all in one go. Records are taken in

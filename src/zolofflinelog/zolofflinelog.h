@@ -6,7 +6,10 @@
 // the line and queues it; one of the object's ten ZOLThreadPool workers appends it to the current
 // file under "/data/vendor/camera/offlinelog/" (a device path: below $ZOL_DEVICE_ROOT on the
 // host). The library never creates that directory; while it is missing lines are dropped and
-// counted, and logging resumes by itself once it exists.
+// counted, and logging resumes by itself once it exists. Only regular files are written: a
+// FIFO or anything else in a log file's place is a file that would not open. A line the file
+// takes only in part (a full disk) is cut back out of it and counted, so a file holds whole
+// lines only.
 //
 // A line reads
 //   "MM-DD hh:mm:ss:nnnnnnnnn  pppp  tttt L ZOL: <message>\n"
@@ -26,10 +29,15 @@
 // The destructor discards lines still queued (a line being written is finished) and joins the
 // workers; entry points called after that (from later static destructors) do nothing.
 //
+// fork: every lock below is held across fork, so the child finds them free and the lists
+// whole. The child has no workers and none of the parent's queued lines; its first line
+// starts ten workers again, and its lines are stamped with its own process and thread ids.
+//
 // Locks: m_logFileMutex guards m_curLogFileSize and m_curLogFileName; m_fileListMutex guards
 // m_logFileList; they are taken in that order when both are held. m_logPoolMutex serialises
 // AppendToLogPool. The pool's m_taskMutex (taken by callers to queue a line) is never held with
-// any of them. FlushLogPoolToFile takes no lock: see there.
+// any of them, except by the fork handlers, which take the pool's locks last. FlushLogPoolToFile
+// takes no lock: see there.
 #pragma once
 
 #include <atomic>
@@ -115,10 +123,12 @@ public:
     // Must not be called from a worker (that is, from a task of this log).
     bool WaitForQueuedLines();
 
-    // Lines dropped because their 2,048-byte block could not be allocated, and because the
-    // log file would not open. Counted since construction; relaxed reads.
+    // Lines dropped because their 2,048-byte block could not be allocated, because the log
+    // file would not open, and because the file would not take the whole line (a full disk or
+    // a file size limit). Counted since construction; relaxed reads.
     uint64_t DroppedLinesNoMemory() const;
     uint64_t DroppedLinesNoFile() const;
+    uint64_t DroppedLinesNoSpace() const;
 
     ZOLOfflineLog();
     ~ZOLOfflineLog();
@@ -133,6 +143,11 @@ private:
     // Appends path to m_logFileList and, past kMaxLogFiles, deletes the oldest file and forgets
     // it. The caller holds m_fileListMutex (or, in FlushLogPoolToFile, has the list to itself).
     void ListNewFile(const std::string& path);
+    // Starts the workers again in a forked child, on its first line.
+    void RestartWorkers();
+    static void ForkPrepare();
+    static void ForkParent();
+    static void ForkChild();
 
     bool m_enable = false;
     std::mutex m_fileListMutex;
@@ -150,7 +165,11 @@ private:
     std::mutex m_logPoolMutex;
     std::atomic<uint64_t> m_droppedNoMemory{0};
     std::atomic<uint64_t> m_droppedNoFile{0};
+    std::atomic<uint64_t> m_droppedNoSpace{0};
     std::mutex m_drainMutex;
     std::condition_variable m_drainCond;
     bool m_stopping = false;
+    // Set in a forked child, whose workers are gone; m_restartMutex serialises the restart.
+    std::atomic<bool> m_workersGone{false};
+    std::mutex m_restartMutex;
 };

@@ -11,54 +11,43 @@
 
 #include "zolofflinelog.h"
 #include "zolofflinelog/zolofflinelogline.h"
+#include "zoltoolsdef/zolfd.h"
 
 namespace {
 
-// One open of a log file, closed when it goes out of scope. Every write appends (O_APPEND), so
-// a line is one write at the end of the file wherever other workers have got to; a new file is
-// created truncated but written the same way, so that a line another worker appends to it in
-// between is never overwritten.
-class LogFileFd {
-public:
-    enum class Open { kNew, kAppend };
+// Opens a log file: a new one truncated, the current one for appending. Every write appends
+// (O_APPEND), so a line is one write at the end of the file wherever other workers have got to;
+// a new file is written the same way, so that a line another worker appends to it in between
+// is never overwritten. Only a regular file is used: anything else put in its place (a FIFO
+// would block the open) counts as a file that would not open.
+enum class Open { kNew, kAppend };
+zol::UniqueFd OpenLogFile(const std::string& path, Open how) {
+    return zol::OpenRegularFile(path.c_str(),
+                                O_WRONLY | O_CREAT | O_APPEND | (how == Open::kNew ? O_TRUNC : 0));
+}
 
-    LogFileFd(const std::string& path, Open how) {
-        const int flags =
-            O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | (how == Open::kNew ? O_TRUNC : 0);
-        do {
-            m_fd = ::open(path.c_str(), flags, 0666);
-        } while (m_fd < 0 && errno == EINTR);
+// Writes text at the end of the file in one write. A file that takes only part of it (a full
+// disk, a file size limit) is cut back to where the text began, so that no part of a line stays
+// for the next one to be glued to. True when the whole text reached the file.
+bool Append(int fd, const char* text, size_t len) {
+    ssize_t n;
+    do {
+        n = ::write(fd, text, len);
+    } while (n < 0 && errno == EINTR);
+    if (n == static_cast<ssize_t>(len)) {
+        return true;
     }
-    ~LogFileFd() {
-        if (m_fd >= 0) {
-            const int savedErrno = errno;
-            ::close(m_fd);
-            errno = savedErrno;
+    if (n > 0) {
+        // O_APPEND placed the text at the end; the offset now stands right behind the part
+        // written, whatever other workers appended before or after it.
+        const off_t end = lseek(fd, 0, SEEK_CUR);
+        if (end >= n) {
+            const int cut = ftruncate(fd, end - n);
+            static_cast<void>(cut);  // a file that cannot be cut back keeps the part
         }
     }
-    LogFileFd(const LogFileFd&) = delete;
-    LogFileFd& operator=(const LogFileFd&) = delete;
-
-    bool ok() const { return m_fd >= 0; }
-
-    // Writes all of data unless the file refuses (a full disk): the log does not report that.
-    void Write(const char* data, size_t len) {
-        while (len > 0) {
-            const ssize_t n = ::write(m_fd, data, len);
-            if (n < 0 && errno == EINTR) {
-                continue;
-            }
-            if (n <= 0) {
-                return;
-            }
-            data += n;
-            len -= static_cast<size_t>(n);
-        }
-    }
-
-private:
-    int m_fd = -1;
-};
+    return false;
+}
 
 }  // namespace
 
@@ -86,7 +75,7 @@ bool ZOLOfflineLog::FlushLogPoolToFile2(ZOLOfflineLogParameter* param) try {
         path = m_curLogFileName;  // empty before the first file: the open below fails
         fileLock.unlock();
     }
-    LogFileFd file(path, newFile ? LogFileFd::Open::kNew : LogFileFd::Open::kAppend);
+    const zol::UniqueFd file = OpenLogFile(path, newFile ? Open::kNew : Open::kAppend);
     if (!file.ok()) {
         // The size and name stay as they were, so the next line tries again: a directory that
         // appears later is picked up without anything else being done.
@@ -106,8 +95,10 @@ bool ZOLOfflineLog::FlushLogPoolToFile2(ZOLOfflineLogParameter* param) try {
         fileLock.unlock();
     }
 
-    file.Write(param->logLine, len);  // no lock held
-
+    if (!Append(file.get(), param->logLine, len)) {  // no lock held
+        m_droppedNoSpace.fetch_add(1, std::memory_order_relaxed);
+        return false;
+    }
     fileLock.lock();
     m_curLogFileSize += len;
     fileLock.unlock();
@@ -121,13 +112,14 @@ bool ZOLOfflineLog::FlushLogPoolToFile2(ZOLOfflineLogParameter* param) try {
 // would not open, rather than letting the exception reach the caller.
 bool ZOLOfflineLog::FlushLogPoolToFile() try {
     const std::string path = zol::offlinelog::NewLogFilePath();
-    LogFileFd file(path, LogFileFd::Open::kNew);
+    const zol::UniqueFd file = OpenLogFile(path, Open::kNew);
     if (!file.ok()) {
         return false;
     }
-    // A disabled log has no memory pool: the file is still created, empty, and listed.
+    // A disabled log has no memory pool: the file is still created, empty, and listed. Text
+    // the file does not take whole is cut back and lost, as lines are.
     if (m_logPool != nullptr) {
-        file.Write(m_logPool, m_logPoolSize);
+        Append(file.get(), m_logPool, m_logPoolSize);
         std::memset(m_logPool, 0, 8);
         m_logPoolSize = 0;
     }

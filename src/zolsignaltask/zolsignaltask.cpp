@@ -1,28 +1,71 @@
 #include "zolsignaltask.h"
 
+#include <pthread.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cstdlib>
+#include <new>
 #include <utility>
 
 #include "zolofflinelog.h"
 #include "zoltoolsdef.h"
 #include "zoltoolsdef/zolfatal.h"
 
+namespace {
+
+// The instance, for the handlers of exit and fork (which take no argument). Set once.
+ZOLSignalTask* g_instance = nullptr;
+
+// Logs a task that threw, naming its callable: the function's address for a plain function,
+// else the callable's type.
+void LogThrowingTask(const void* self, unsigned long id, const std::function<void()>& task) {
+    if (void (*const* function)() = task.target<void (*)()>()) {
+        ZOL_LOGE("%s:%d %s() [%p] task %lu (function %p) threw an exception", ZOL_FILE, __LINE__,
+                 "loop", self, id, reinterpret_cast<void*>(*function));
+    } else {
+        ZOL_LOGE("%s:%d %s() [%p] task %lu (%s) threw an exception", ZOL_FILE, __LINE__, "loop",
+                 self, id, task.target_type().name());
+    }
+}
+
+}  // namespace
+
 ZOLSignalTask* ZOLSignalTask::instance() {
-    // Constructed once, thread-safely; destroyed at process exit or library unload.
-    static ZOLSignalTask signalTask;
-    return &signalTask;
+    // Constructed once, thread-safely, in storage that is never given back: threads that call
+    // in while the process exits must not find a destroyed object. At exit (or unload) the loop
+    // is stopped instead, by the handler registered here.
+    static ZOLSignalTask* const signalTask = [] {
+        alignas(ZOLSignalTask) static unsigned char storage[sizeof(ZOLSignalTask)];
+        g_instance = new (storage) ZOLSignalTask();
+        std::atexit(StopAtExit);
+        // After the offline log's (built by the constructor): these run first at a fork.
+        pthread_atfork(ForkPrepare, ForkParent, ForkChild);
+        return g_instance;
+    }();
+    return signalTask;
 }
 
 ZOLSignalTask::ZOLSignalTask() {
-    // The loop logs until the destructor has joined it, and every line also goes to the offline
-    // log. Constructing that singleton first makes it outlive this one (exit destroys them in
-    // reverse order), so the loop never writes into an offline log being torn down.
+    // The loop logs until it has been joined, and every line also goes to the offline log.
+    // Constructing that singleton first makes it outlive the loop (exit handlers run in reverse
+    // order), so the loop never writes into an offline log being torn down.
     ZOLOfflineLog::GetInstance();
     // Started last, once every member is ready for the loop.
     m_threads.emplace_back(&ZOLSignalTask::loop, this);
+    m_loopId = m_threads.back().get_id();
+    m_loopPid = getpid();
 }
 
 ZOLSignalTask::~ZOLSignalTask() {
+    Stop();
+}
+
+void ZOLSignalTask::StopAtExit() {
+    g_instance->Stop();
+}
+
+void ZOLSignalTask::Stop() {
     remove();
     // The stop request is made under the loop's lock and followed by a wake-up, so the loop
     // sees it whether it is waiting, about to wait or still serving a task.
@@ -31,11 +74,37 @@ ZOLSignalTask::~ZOLSignalTask() {
         m_stop = true;
     }
     m_cond.notify_one();
+    if (m_loopPid != getpid()) {
+        return;  // a forked child: the loop thread was the parent's
+    }
     for (std::thread& thread : m_threads) {
         if (thread.joinable()) {
             thread.join();
         }
     }
+}
+
+// Held across fork in the order the loop nests them. A task that forks runs on the loop
+// thread, which holds m_taskMutex already and keeps it in the child.
+void ZOLSignalTask::ForkPrepare() {
+    if (std::this_thread::get_id() != g_instance->m_loopId) {
+        g_instance->m_taskMutex.lock();
+    }
+    g_instance->m_signalMutex.lock();
+}
+
+void ZOLSignalTask::ForkParent() {
+    g_instance->m_signalMutex.unlock();
+    if (std::this_thread::get_id() != g_instance->m_loopId) {
+        g_instance->m_taskMutex.unlock();
+    }
+}
+
+// The loop thread that waited on m_cond is the parent's: the condition variable is made anew,
+// since a waiter that no longer exists could hold up its next notification.
+void ZOLSignalTask::ForkChild() {
+    new (&g_instance->m_cond) std::condition_variable();
+    ForkParent();
 }
 
 unsigned long ZOLSignalTask::insert(unsigned long id, WrapperTask&& task) {
@@ -144,7 +213,12 @@ void ZOLSignalTask::loop() {
         if (!local.task) {
             ZOL_FATAL("signalled task has no callable");
         }
-        local.task();
+        try {
+            local.task();
+        } catch (...) {
+            // Let out of the loop thread, the exception would end the process.
+            LogThrowingTask(this, id, local.task);
+        }
         if (local.done) {  // empty only if the caller reset it
             local.done->store(true);
         }

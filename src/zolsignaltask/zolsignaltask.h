@@ -14,12 +14,22 @@
 //   ...
 //   if (*work.done) { ... }                                    // the task has returned
 //
-// Lifetime: the single instance and its thread are created by the first instance() call and
-// destroyed at process exit (or when the library is unloaded). The destructor drops every
-// pending signal and every registered task unrun ("disconnect all"), then stops and joins the
-// thread; a task that is running at that moment is allowed to finish. The offline log is
-// created before the instance, so that it outlives the loop's last lines. Like remove(), the
-// destructor waits for a running task: a task that calls exit() blocks for ever.
+// Lifetime: the single instance and its thread are created by the first instance() call. At
+// process exit (or when the library is unloaded) every pending signal and every registered task
+// is dropped unrun ("disconnect all"), then the thread is stopped and joined; a task that is
+// running at that moment is allowed to finish. The instance itself is never destroyed, so a
+// thread that still calls it while the process exits finds it whole: it takes registrations
+// and signals, and nothing runs them any more. The offline log is created before the instance,
+// so that it outlives the loop's last lines. Like remove(), the exit waits for a running task:
+// a task that calls exit() blocks for ever.
+//
+// A task that throws is caught by the loop, which logs "task <id> threw an exception" with the
+// callable (its address when it is a plain function) at error level, counts the task as done
+// and goes on.
+//
+// fork: both locks are held across fork (a fork waits for a running task to return, unless
+// the task itself forks), so the child finds them free. The child has no loop thread: it takes
+// registrations and signals, nothing runs them, and its exit has nothing to join.
 //
 // Locks: m_signalMutex guards m_signals and m_stop and is the lock of m_cond; m_taskMutex guards
 // m_tasks and is held while a task runs. No operation holds both. A task may call signal(),
@@ -29,6 +39,8 @@
 // Every operation logs at level I with the source position, the operation's name and the
 // instance's address: "<file>:<line> <name>() [<address>] <message>".
 #pragma once
+
+#include <sys/types.h>
 
 #include <atomic>
 #include <condition_variable>
@@ -93,7 +105,8 @@ public:
     // Body of the background thread: serves signals until the instance is destroyed.
     void loop();
 
-    // Drops everything pending ("disconnect all"), asks the loop to stop and joins it.
+    // Drops everything pending ("disconnect all"), asks the loop to stop and joins it. The
+    // instance is never destroyed; the same is done for it at process exit.
     ~ZOLSignalTask();
 
     ZOLSignalTask(const ZOLSignalTask&) = delete;
@@ -101,6 +114,12 @@ public:
 
 private:
     ZOLSignalTask();
+    // What the destructor does; run at exit for the instance.
+    void Stop();
+    static void StopAtExit();
+    static void ForkPrepare();
+    static void ForkParent();
+    static void ForkChild();
 
     std::unordered_map<unsigned long, WrapperTask> m_tasks;  // guarded by m_taskMutex
     std::list<unsigned long> m_signals;   // guarded by m_signalMutex; oldest first, no repeats
@@ -110,4 +129,7 @@ private:
     [[maybe_unused]] std::mutex m_mutex;  // not taken by any operation
     std::mutex m_taskMutex;
     std::mutex m_signalMutex;
+    // The loop thread, and the process that has it (a forked child has none). Set once.
+    std::thread::id m_loopId;
+    pid_t m_loopPid = 0;
 };

@@ -7,8 +7,19 @@
 #include <new>
 
 #include "zolthreadcontextmanager.h"
+#include "zoltoolsdef.h"
 
 namespace {
+
+// Every live pool, for the fork handlers: a list through the pools themselves, so that joining
+// it allocates nothing and it needs no destructor at exit.
+std::mutex g_poolsMutex;
+ZOLThreadPool* g_firstPool = nullptr;  // guarded by g_poolsMutex
+std::once_flag g_forkHandlers;
+
+// The pool whose worker the calling thread is, if any: DeInit called from a task must not wait
+// for its own worker.
+thread_local const ZOLThreadPool* t_workerOf = nullptr;
 
 unsigned int CurrentThreadId() {
     return static_cast<unsigned int>(gettid());
@@ -44,12 +55,70 @@ ZOLThreadPool::ZOLThreadPool() {
         std::lock_guard<std::mutex> lock(m_workerMutex);
         m_workers.clear();
     }
-    std::lock_guard<std::mutex> lock(m_taskMutex);
-    m_taskList.clear();
+    {
+        std::lock_guard<std::mutex> lock(m_taskMutex);
+        m_taskList.clear();
+    }
+    // The handlers are registered once, by the first pool. Later users of the pools (the offline
+    // log, the signal task) register theirs afterwards, so that their prepare handlers run first
+    // and their locks are taken before the pools'.
+    std::call_once(g_forkHandlers, [] { pthread_atfork(ForkPrepare, ForkParent, ForkChild); });
+    std::lock_guard<std::mutex> lock(g_poolsMutex);
+    m_nextPool = g_firstPool;
+    if (g_firstPool != nullptr) {
+        g_firstPool->m_prevPool = this;
+    }
+    g_firstPool = this;
 }
 
 ZOLThreadPool::~ZOLThreadPool() {
     DeInit();
+    std::lock_guard<std::mutex> lock(g_poolsMutex);
+    (m_prevPool != nullptr ? m_prevPool->m_nextPool : g_firstPool) = m_nextPool;
+    if (m_nextPool != nullptr) {
+        m_nextPool->m_prevPool = m_prevPool;
+    }
+}
+
+// Across fork, every pool's two locks and the context table's lock are held, pools in list
+// order, so that no list is caught half changed. Called by fork only.
+void ZOLThreadPool::ForkPrepare() {
+    g_poolsMutex.lock();
+    for (ZOLThreadPool* pool = g_firstPool; pool != nullptr; pool = pool->m_nextPool) {
+        pool->m_workerMutex.lock();
+        pool->m_taskMutex.lock();
+    }
+    ZOLThreadContextManager::m_threadIdToContextMapLock.lock();
+}
+
+void ZOLThreadPool::ForkParent() {
+    ZOLThreadContextManager::m_threadIdToContextMapLock.unlock();
+    for (ZOLThreadPool* pool = g_firstPool; pool != nullptr; pool = pool->m_nextPool) {
+        pool->m_taskMutex.unlock();
+        pool->m_workerMutex.unlock();
+    }
+    g_poolsMutex.unlock();
+}
+
+// Only the thread that forked lives on in the child. The workers are gone, and so are the
+// threads that waited on the condition variables: those are made anew, since waiters that no
+// longer exist could hold up their next notification. The pending records were the parent's
+// work, which the parent does; here they are dropped.
+void ZOLThreadPool::ForkChild() {
+    ZOLThreadContextManager::m_threadIdToContextMapLock.unlock();
+    for (ZOLThreadPool* pool = g_firstPool; pool != nullptr; pool = pool->m_nextPool) {
+        pool->m_workers.clear();
+        pool->m_deInitRunning = false;
+        for (const ZOLThreadPoolTask& task : pool->m_taskList) {
+            free(task.arg);
+        }
+        pool->m_taskList.clear();
+        new (&pool->m_taskCond) std::condition_variable();
+        new (&pool->m_deInitEnd) std::condition_variable();
+        pool->m_taskMutex.unlock();
+        pool->m_workerMutex.unlock();
+    }
+    g_poolsMutex.unlock();
 }
 
 bool ZOLThreadPool::Init(unsigned int n) {
@@ -79,41 +148,58 @@ bool ZOLThreadPool::Init(unsigned int n) {
 void ZOLThreadPool::DeInit() {
     FlushTask();
 
-    size_t workers = 0;
+    const bool onOwnWorker = t_workerOf == this;
+    std::vector<long> workers;
+    {
+        std::unique_lock<std::mutex> lock(m_workerMutex);
+        if (onOwnWorker && m_deInitRunning) {
+            return;  // the DeInit running stops this worker too, once its task is done
+        }
+        m_deInitEnd.wait(lock, [this] { return !m_deInitRunning; });
+        if (m_workers.empty()) {
+            return;
+        }
+        m_deInitRunning = true;
+        workers.swap(m_workers);
+    }
+    // One exit record per started worker, behind anything submitted since the flush.
+    for (size_t i = 0; i < workers.size(); ++i) {
+        {
+            std::lock_guard<std::mutex> lock(m_taskMutex);
+            m_taskList.push_back(ZOLThreadPoolTask{kCmdExit, nullptr, nullptr, 0, 0});
+        }
+        m_taskCond.notify_one();
+    }
+    bool keepOwnWorker = false;
+    for (const long handle : workers) {
+        const pthread_t thread = static_cast<pthread_t>(handle);
+        if (onOwnWorker && pthread_equal(thread, pthread_self())) {
+            keepOwnWorker = true;  // ends after this task, on the exit record left for it
+        } else {
+            pthread_join(thread, nullptr);
+        }
+    }
     {
         std::lock_guard<std::mutex> lock(m_workerMutex);
-        workers = m_workers.size();
-    }
-
-    std::unique_lock<std::mutex> workersLock(m_workerMutex, std::defer_lock);
-    if (workers != 0) {
-        // One exit record per started worker, behind anything submitted since the flush.
-        for (size_t i = 0; i < workers; ++i) {
-            {
-                std::lock_guard<std::mutex> lock(m_taskMutex);
-                m_taskList.push_back(ZOLThreadPoolTask{kCmdExit, nullptr, nullptr, 0, 0});
-            }
-            m_taskCond.notify_one();
+        if (keepOwnWorker) {
+            m_workers.push_back(static_cast<long>(pthread_self()));  // for a later DeInit to join
         }
-        // Workers never take m_workerMutex, so holding it while joining cannot block them.
-        workersLock.lock();
-        for (const long handle : m_workers) {
-            pthread_join(static_cast<pthread_t>(handle), nullptr);
-        }
-    } else {
-        workersLock.lock();
+        m_deInitRunning = false;
     }
-    m_workers.clear();
+    m_deInitEnd.notify_all();
 }
 
 void ZOLThreadPool::FlushTask() {
     std::lock_guard<std::mutex> lock(m_taskMutex);
-    for (const ZOLThreadPoolTask& task : m_taskList) {
-        if (task.arg != nullptr) {
-            free(task.arg);
+    // Exit records stay: a DeInit under way waits for the workers that are to take them.
+    for (auto it = m_taskList.begin(); it != m_taskList.end();) {
+        if (it->cmd == kCmdExit) {
+            ++it;
+            continue;
         }
+        free(it->arg);
+        it = m_taskList.erase(it);
     }
-    m_taskList.clear();
 }
 
 bool ZOLThreadPool::GetTaskFromList(ZOLThreadPoolTask& task) {
@@ -126,6 +212,7 @@ bool ZOLThreadPool::GetTaskFromList(ZOLThreadPoolTask& task) {
 
 void* ZOLThreadPool::WorkerCore(void* pool) {
     auto* self = static_cast<ZOLThreadPool*>(pool);
+    t_workerOf = self;
     for (;;) {
         ZOLThreadPoolTask task{};
         self->GetTaskFromList(task);
@@ -152,7 +239,14 @@ void* ZOLThreadPool::WorkerCore(void* pool) {
         if (task.ctxThreadId != 0) {
             AdoptContext(task.ctxThreadId);
         }
-        task.func(task.arg, task.argSize);
+        try {
+            task.func(task.arg, task.argSize);
+        } catch (...) {
+            // Let out of the thread, the exception would end the process with every other user
+            // of the pool; the task counts as done and its block is freed below.
+            ZOL_LOGE("[ThreadPool] %s:%d %s() task %p threw an exception", ZOL_FILE, __LINE__,
+                     "WorkerCore", reinterpret_cast<void*>(task.func));
+        }
         if (task.ctxThreadId != 0) {
             ZOLThreadContextManager::UnmapContextToThreadId(CurrentThreadId());
         }

@@ -31,11 +31,25 @@
 // stopped, and Init may follow again. Init forgets the handles of an earlier Init without
 // joining them. DeInit (also run by the destructor) frees and drops the pending records, then
 // queues one exit record (cmd 1) per started worker behind anything submitted meanwhile, and
-// joins the workers in start order. A task must not call DeInit on its own pool.
+// joins the workers in start order. FlushTask never drops exit records, so a flush cannot keep
+// a worker from ending.
 //
-// Locks: m_workerMutex guards m_workers; m_taskMutex guards m_taskList and is the lock of
-// m_taskCond. The two are never held together, except that DeInit holds m_workerMutex while
-// joining (workers never take it).
+// Any thread may call DeInit and FlushTask at any time. DeInit calls are serialised: a second
+// one waits for the first to finish and then finds nothing left to stop. A task may even call
+// DeInit on its own pool: the other workers are stopped and joined, and its own worker ends
+// after the task, to be joined by a later DeInit (the destructor's at the latest).
+//
+// A task that throws is caught by its worker, which logs "task <function address> threw an
+// exception" at error level, frees the block and goes on with the next record.
+//
+// fork: the pools' locks are held across fork (fork handlers, taken in a fixed order), so the
+// child finds every list whole and every lock free. The child has none of the workers: each
+// pool there has no workers and no pending records (they were the parent's work), and DeInit
+// has nothing to join. Init starts workers in the child as anywhere else.
+//
+// Locks: m_workerMutex guards m_workers and the DeInit in progress; m_taskMutex guards
+// m_taskList and is the lock of m_taskCond. The two are never held together, except by the
+// fork handlers (m_workerMutex first). Joining happens with neither held.
 #pragma once
 
 #include <condition_variable>
@@ -67,9 +81,11 @@ public:
     // Starts up to n workers, stopping at the first that cannot be created (those already
     // started keep running and are listed). True when all n started; Init(0) starts nothing.
     bool Init(unsigned int n);
-    // Drops pending records (freeing their arguments), stops and joins every worker.
+    // Drops pending records (freeing their arguments), stops and joins every worker. Waits for
+    // a DeInit already running on another thread, then returns.
     void DeInit();
-    // Drops pending records, freeing their arguments. Running tasks are not waited for.
+    // Drops pending records, freeing their arguments; exit records stay. Running tasks are not
+    // waited for.
     void FlushTask();
     // Blocks until a record is pending and moves the front record into task. Always true.
     bool GetTaskFromList(ZOLThreadPoolTask& task);
@@ -82,4 +98,15 @@ public:
     std::list<ZOLThreadPoolTask> m_taskList;
     std::mutex m_taskMutex;
     std::condition_variable m_taskCond;
+
+private:
+    static void ForkPrepare();
+    static void ForkParent();
+    static void ForkChild();
+
+    bool m_deInitRunning = false;         // guarded by m_workerMutex
+    std::condition_variable m_deInitEnd;  // waited on with m_workerMutex
+    // The list of live pools the fork handlers walk (guarded by its own lock).
+    ZOLThreadPool* m_prevPool = nullptr;
+    ZOLThreadPool* m_nextPool = nullptr;
 };

@@ -4,8 +4,8 @@
 // When /dev/dma_heap/system opens, buffers come from the kernel's system DMA heap and CPU
 // syncs are real DMA_BUF_IOCTL_SYNC calls. Otherwise (the usual development machine) buffers
 // are memfd files: a real descriptor whose MAP_SHARED mappings all see the same pages,
-// close-on-exec; their sync calls do nothing and return 0, so no failing system call
-// sits on the hot path.
+// close-on-exec; their sync calls synchronise nothing and return 0, or -EBADF (as the device's
+// sync does) for a descriptor that is not open.
 //
 // Ownership: a descriptor returned by AllocSystem belongs to the caller, who closes it. The
 // allocator owns only its handle on the heap device.
