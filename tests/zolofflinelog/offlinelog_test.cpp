@@ -5,6 +5,7 @@
 
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -14,10 +15,19 @@
 #include <thread>
 #include <vector>
 
+#include "failing_new.h"
 #include "zolofflinelog.h"
 #include "zolofflinelog/zolofflinelogline.h"
 #include "zolthreadcontextmanager.h"
 #include "zoltest.h"
+
+// This program's operator new (failing_new.cpp) fails on every thread but the test's while
+// g_failOnWorkers is set.
+static std::atomic<bool> g_failOnWorkers{false};
+static std::atomic<pid_t> g_testThread{0};
+bool zoltest::AllocationFails() {
+    return g_failOnWorkers && gettid() != g_testThread;
+}
 
 namespace {
 
@@ -75,7 +85,7 @@ TEST(OfflineLog, LinesCarryLevelLocalTimeAndIds) {
         L::ZOLOfflineLogI("row 16");
     }).join();
     ASSERT_TRUE(Log()->WaitForQueuedLines());
-    const time_t after = time(nullptr);
+    const time_t after = time(nullptr) + 1;  // time() reads a clock that may lag a tick behind
     const std::vector<zoltool::LogLine> lines = root.Lines();
     ASSERT_EQ(17u, lines.size());
     for (size_t i = 0; i < 17; ++i) {
@@ -269,6 +279,27 @@ TEST(OfflineLog, SwitchedByThePropertyElseTheSettingsFile) {
         });
         EXPECT_EQ(0, status) << what;
     }
+}
+
+// A worker that cannot allocate, neither to take on the logging thread's context nor for the
+// file's path, drops the line it was writing and counts it instead of ending the process;
+// writing goes on once memory is back.
+TEST(OfflineLog, WorkerOutOfMemoryDropsTheLineItCannotWrite) {
+    g_testThread = gettid();
+    LogRoot root;
+    LogInOrder("before");
+    g_failOnWorkers = true;
+    for (int i = 0; i < 10; ++i) {
+        L::ZOLOfflineLogI("lost %d", i);
+    }
+    ASSERT_TRUE(Log()->WaitForQueuedLines());
+    g_failOnWorkers = false;
+    EXPECT_EQ(10u, Log()->DroppedLinesNoFile());
+    LogInOrder("after");
+    const std::vector<zoltool::LogLine> lines = root.Lines();
+    ASSERT_EQ(2u, lines.size());
+    EXPECT_EQ("before", lines[0].message);
+    EXPECT_EQ("after", lines[1].message);
 }
 
 // Stands in for a static destructor that logs after the offline log is gone.

@@ -1,5 +1,5 @@
 // Every TEST is a process of its own: the calls recorded below and the context table are
-// process-wide. A worker out of memory is a fault test (tests/faults).
+// process-wide. A worker out of memory is an offline-log test, whose lines take on contexts.
 #include <gtest/gtest.h>
 
 #include <pthread.h>
