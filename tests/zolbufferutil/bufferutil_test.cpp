@@ -179,7 +179,8 @@ TEST(BufferUtil, PlaneFunctionsMoveOneRowPerStrideAndIgnoreEmptyRequests) {
     ZOLBufferUtil::ZOLReadPlane(file, dst, 3, 0, 3);   // no rows: reads nothing at all
     ZOLBufferUtil::ZOLReadPlane(file, dst, -1, 2, 3);  // no bytes
     EXPECT_EQ(0, ftell(file));
-    ZOLBufferUtil::ZOLReadPlane(file, dst, 3, 3, 3);
+    ZOLBufferUtil::ZOLReadPlane(file, dst, 3, 1, 3);  // a single row is a read too
+    ZOLBufferUtil::ZOLReadPlane(file, dst + 3, 3, 2, 3);
     fclose(file);
     EXPECT_EQ(std::string("\1\2\3\4\5\6\7\10\11", 9), zoltest::ReadFile(path));
     EXPECT_EQ(std::vector<uint8_t>({1, 2, 3, 4, 5, 6, 7, 8, 9, 0}),
