@@ -13,6 +13,7 @@
 #include <set>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "failing_new.h"
@@ -106,6 +107,15 @@ TEST(OfflineLog, LinesCarryLevelLocalTimeAndIds) {
                         &f[0], &f[1], &f[2], &f[3], &f[4], &f[5], &micros));
     const time_t made = Seconds(f[0], f[1], f[2], f[3], f[4], f[5]);
     EXPECT_TRUE(before <= made && made <= after) << root.Files()[0];
+    // A thread keeps the last second it broke down; another second is broken down anew.
+    for (const time_t t : {before + 61, before + 61, before, before + 3600}) {
+        struct tm got, want;
+        zol::offlinelog::LocalTime(t, &got);
+        localtime_r(&t, &want);
+        EXPECT_EQ(std::tie(want.tm_mday, want.tm_hour, want.tm_min, want.tm_sec),
+                  std::tie(got.tm_mday, got.tm_hour, got.tm_min, got.tm_sec))
+            << t;
+    }
 }
 
 // A line is cut to 2,047 characters and keeps its newline only when that fits too; the cut
