@@ -38,21 +38,10 @@ TEST(ThreadContextManager, OperationsAndTheirResults) {
     for (size_t i = 0; i < sizeof(steps) / sizeof(steps[0]); ++i) {
         const auto& s = steps[i];
         ZOLThreadContext ctx = Context(s.op == kMap ? s.b : 99);
-        int result = -1;
-        switch (s.op) {
-            case kMap:
-                result = M::MapContextToThreadId(s.a, s.b != 0 ? &ctx : nullptr);
-                break;
-            case kUnmap:
-                result = M::UnmapContextToThreadId(s.a);
-                break;
-            case kGet:
-                result = M::GetContextByThreadId(s.a, ctx);
-                break;
-            case kMove:
-                result = M::TransitionMapping(s.a, s.b);
-                break;
-        }
+        const int result = s.op == kMap     ? M::MapContextToThreadId(s.a, s.b ? &ctx : nullptr)
+                           : s.op == kUnmap ? M::UnmapContextToThreadId(s.a)
+                           : s.op == kGet   ? M::GetContextByThreadId(s.a, ctx)
+                                            : M::TransitionMapping(s.a, s.b);
         EXPECT_EQ(s.result, result) << "step " << i;
         if (s.op == kGet) {
             const ZOLThreadContext want = Context(s.seen != 0 ? s.seen : 99);
