@@ -143,9 +143,9 @@ TEST(AlgoSimulation, SaveWritesRecordsFramesWithTheFirstBuffersLayoutAndTheDatab
     EXPECT_EQ("", ReadFile(empty + "requestInfo.bin") + ReadFile(empty + "database.bin"));
 }
 
-// Each replay takes the next folder in listing order, wrapping around. One it cannot open (a
-// stray file, an index the list no longer reaches) fails and leaves the index where it was;
-// Initialize starts from the first folder again.
+// Each replay takes the next folder in listing order, wrapping around; names that begin with
+// '.' are not listed (entries that are not folders: the hostile replays in tests/faults). An
+// index the list no longer reaches fails and stays; Initialize starts from the first folder.
 TEST(AlgoSimulation, ReplaysWalkTheFoldersInListingOrder) {
     SimRoot root;
     ZOLAlgoSimulation sim;
@@ -161,12 +161,7 @@ TEST(AlgoSimulation, ReplaysWalkTheFoldersInListingOrder) {
         return result;
     };
     EXPECT_FALSE(replay("0, algoFolderNamesIndex=0", -1));
-    root.WriteFile(kBase + "stray", "");
-    root.WriteFile(kBase + ".hidden/database.bin", "h");
-    EXPECT_FALSE(replay("1, algoFolderNamesIndex=0", -1));
-    EXPECT_FALSE(replay("1, algoFolderNamesIndex=0", -1));
-    zoltest::RemoveTree(root.base() + "stray");
-    for (const std::string name : {"A", "B", "C"}) {
+    for (const std::string name : {".hidden", "A", "B", "C"}) {
         root.WriteFile(kBase + name + "/database.bin", name);
     }
     listed = Listed(root.base());
@@ -175,6 +170,7 @@ TEST(AlgoSimulation, ReplaysWalkTheFoldersInListingOrder) {
     }
     zoltest::RemoveTree(root.base() + listed[0]);
     zoltest::RemoveTree(root.base() + listed[1]);
+    EXPECT_FALSE(replay("1, algoFolderNamesIndex=2", -1));
     EXPECT_FALSE(replay("1, algoFolderNamesIndex=2", -1));
     sim.Initialize();
     listed = Listed(root.base());
