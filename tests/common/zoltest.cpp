@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <ftw.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -37,23 +38,40 @@ void CaptureLogger(const struct __android_logger_data* data, const char* message
 }
 
 // Waits for `pid`, the leader of its own process group; past the deadline kills the group.
-int WaitForChild(pid_t pid, int timeoutSeconds) {
+int WaitForChild(pid_t pid, int timeoutSeconds, struct rusage* usage = nullptr) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(timeoutSeconds);
     int status = 0;
     pid_t done;
-    while ((done = waitpid(pid, &status, WNOHANG)) != pid) {
+    while ((done = wait4(pid, &status, WNOHANG, usage)) != pid) {
         if (done < 0 && errno != EINTR) {
             return -1;
         }
         if (std::chrono::steady_clock::now() >= deadline) {
             kill(-pid, SIGKILL);
-            while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+            while (wait4(pid, &status, 0, usage) < 0 && errno == EINTR) {
             }
             return 124;
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+// Forks a child in a process group of its own that runs `body` and _exits with its result.
+int ForkAndWait(const std::function<int()>& body, int timeoutSeconds, struct rusage* usage) {
+    std::fflush(nullptr);
+    const pid_t pid = fork();
+    if (pid == 0) {
+        setpgid(0, 0);
+        const int status = body();
+        std::fflush(nullptr);
+        _exit(status);
+    }
+    if (pid < 0) {
+        return -1;
+    }
+    setpgid(pid, pid);  // whichever side gets there first
+    return WaitForChild(pid, timeoutSeconds, usage);
 }
 
 std::vector<char*> Pointers(std::vector<std::string>& strings) {
@@ -214,52 +232,52 @@ std::string TestImage::Rows(int p, int rows, int rowBytes) const {
     return out;
 }
 
-RunResult Run(const std::vector<std::string>& argv, const std::vector<std::string>& env,
-              int timeoutSeconds) {
+RunResult Run(const std::vector<std::string>& argv, const RunOptions& options) {
     TempDir dir;
     const std::string outPath = dir / "stdout";
     const std::string errPath = dir / "stderr";
+    const std::vector<std::string>& env = options.env;
     std::vector<std::string> args = argv;
     std::vector<std::string> environment = env;  // then ours, less what `env` sets anew
     for (char** e = environ; *e != nullptr; ++e) {
         const std::string entry = *e;
         const std::string name = entry.substr(0, entry.find('=') + 1);
-        if (std::none_of(env.begin(), env.end(), [&](const auto& s) { return s.find(name) == 0; })) {
+        if (std::none_of(env.begin(), env.end(),
+                         [&](const auto& s) { return s.find(name) == 0; })) {
             environment.push_back(entry);
         }
     }
     const std::vector<char*> argp = Pointers(args);
     const std::vector<char*> envp = Pointers(environment);
+    const rlim_t limit = static_cast<rlim_t>(options.addressSpaceKb) * 1024;
+    const struct rlimit addressSpace = {limit, limit};
     RunResult result;
+    struct rusage usage = {};
     // Only async-signal-safe calls in the child: this process may have other threads.
-    result.status = RunInChild(
+    result.status = ForkAndWait(
         [&]() -> int {
             const int flags = O_WRONLY | O_CREAT | O_TRUNC;
+            dup2(open("/dev/null", O_RDONLY), STDIN_FILENO);
             dup2(open(outPath.c_str(), flags, 0644), STDOUT_FILENO);
             dup2(open(errPath.c_str(), flags, 0644), STDERR_FILENO);
+            if ((!options.cwd.empty() && chdir(options.cwd.c_str()) != 0) ||
+                (limit != 0 && setrlimit(RLIMIT_AS, &addressSpace) != 0)) {
+                _exit(126);
+            }
             execve(argp[0], argp.data(), envp.data());
             _exit(127);
         },
-        timeoutSeconds);
+        options.timeoutSeconds, &usage);
+    result.maxRssKb = usage.ru_maxrss;
+    result.cpuSeconds = static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
+                        static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
     result.out = ReadFile(outPath);
     result.err = ReadFile(errPath);
     return result;
 }
 
 int RunInChild(const std::function<int()>& body, int timeoutSeconds) {
-    std::fflush(nullptr);
-    const pid_t pid = fork();
-    if (pid == 0) {
-        setpgid(0, 0);
-        const int status = body();
-        std::fflush(nullptr);
-        _exit(status);
-    }
-    if (pid < 0) {
-        return -1;
-    }
-    setpgid(pid, pid);  // whichever side gets there first
-    return WaitForChild(pid, timeoutSeconds);
+    return ForkAndWait(body, timeoutSeconds, nullptr);
 }
 
 bool WaitUntil(const std::function<bool()>& done, int timeoutSeconds) {
@@ -298,8 +316,9 @@ std::string Address(const void* p) {
 
 void RemoveTree(const std::string& path) {
     nftw(
-        path.c_str(), [](const char* p, const struct stat*, int, struct FTW*) { return ::remove(p); },
-        16, FTW_DEPTH | FTW_PHYS);
+        path.c_str(),
+        [](const char* p, const struct stat*, int, struct FTW*) { return ::remove(p); }, 16,
+        FTW_DEPTH | FTW_PHYS);
 }
 
 std::string ReadFile(const std::string& path) {

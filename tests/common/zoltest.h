@@ -77,8 +77,8 @@ private:
 // Two planes of `planeBytes` bytes wired into `buffer` (sliceHeight = height), filled with a
 // pattern that differs per plane and per byte, padding included, so stray bytes show.
 struct TestImage {
-    TestImage(uint32_t format, uint32_t width, uint32_t height, uint32_t stride,
-              size_t planeBytes, uint8_t seed);
+    TestImage(uint32_t format, uint32_t width, uint32_t height, uint32_t stride, size_t planeBytes,
+              uint8_t seed);
     TestImage(const TestImage&) = delete;
     TestImage& operator=(const TestImage&) = delete;
     void Fill(uint8_t value);
@@ -95,13 +95,20 @@ struct RunResult {
     int status = -1;
     std::string out;
     std::string err;
+    long maxRssKb = 0;      // the child's peak, which starts from this process's size at fork
+    double cpuSeconds = 0;  // the child's user + system time
+};
+
+struct RunOptions {
+    std::vector<std::string> env;  // "NAME=value", laid over this environment
+    std::string cwd;               // the child's working directory when not empty
+    long addressSpaceKb = 0;       // the child's address-space limit (ulimit -v) when not 0
+    int timeoutSeconds = 60;
 };
 
 // Runs argv[0] (for a program built here, the path zol_test_program_path gives: it goes through
-// the emulator when cross-compiling) in a process group of its own, with `env` ("NAME=value")
-// laid over this environment.
-RunResult Run(const std::vector<std::string>& argv, const std::vector<std::string>& env = {},
-              int timeoutSeconds = 60);
+// the emulator when cross-compiling) in a process group of its own, stdin from /dev/null.
+RunResult Run(const std::vector<std::string>& argv, const RunOptions& options = {});
 // Forks a child that runs `body` and _exits with its result, so that process-wide state or a
 // crash stays there; the status as Run gives it.
 int RunInChild(const std::function<int()>& body, int timeoutSeconds = 60);
@@ -114,9 +121,9 @@ bool WaitUntil(const std::function<bool()>& done, int timeoutSeconds = 30);
 std::vector<zoltool::LogLine> ReadOfflineLog(const std::string& dir,
                                              std::vector<zoltool::DamagedLine>* damaged = nullptr);
 
-std::string Address(const void* p);  // "%p", as the library logs addresses
-void RemoveTree(const std::string& path);  // rm -rf
-std::string ReadFile(const std::string& path);  // empty when unreadable
+std::string Address(const void* p);                         // "%p", as the library logs addresses
+void RemoveTree(const std::string& path);                   // rm -rf
+std::string ReadFile(const std::string& path);              // empty when unreadable
 std::vector<std::string> ListDir(const std::string& path);  // sorted, no "." and ".."
 int CountOpenFds();
 // Shared mappings (as DMA buffers are mapped): unlike all mappings, they do not move when a

@@ -68,13 +68,13 @@ TEST_P(ScenarioTest, EveryRunEndsCleanly) {
     root.MakeDir(faults::kLogDir);
     // The thread sanitizer waits a second at the exit of a process whose threads still run.
     const char* tsan = getenv("TSAN_OPTIONS");
-    std::vector<std::string> env = {"TSAN_OPTIONS=" + std::string(tsan ? tsan : "") +
-                                    ":atexit_sleep_ms=0"};
+    zoltest::RunOptions options;
+    options.env = {"TSAN_OPTIONS=" + std::string(tsan ? tsan : "") + ":atexit_sleep_ms=0"};
     if (scenario.offlineLog) {
-        env.push_back("persist.vendor.camera.zoltools.offlinelog=1");
+        options.env.push_back("persist.vendor.camera.zoltools.offlinelog=1");
     }
     for (int run = 0; run < scenario.runs; ++run) {
-        const zoltest::RunResult result = zoltest::Run({ZOL_FAULTS_HELPER, scenario.argument}, env);
+        const zoltest::RunResult result = zoltest::Run({ZOL_FAULTS_HELPER, scenario.argument}, options);
         const std::string output = result.out + result.err;
         ASSERT_EQ(0, result.status) << "run " << run << ":\n" << output;
         size_t at = 0;

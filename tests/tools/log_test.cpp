@@ -2,13 +2,8 @@
 // hostile lines, following.
 #include <gtest/gtest.h>
 
-#include <fstream>
-
-#include "commands.h"
 #include "offlinelog.h"
 #include "toolstest.h"
-
-namespace {
 
 using namespace toolstest;
 
@@ -47,118 +42,62 @@ TEST(LogLine, WhatIsALine) {
     }
 }
 
-toolstest::Output RunLog(std::vector<std::string> args) {
-    args.insert(args.begin(), {Zoltools(), "log"});
-    return RunProgram(args);
+// Two files merged in stamp order, the filters, and damaged lines named and counted (a skipped
+// line fails the run); hostile ones (golden/hostile) escaped and whole, cut ones split, and a
+// file of garbage shown as a few lines and a count.
+TEST(Log, MergeFiltersAndDamagedLines) {
+    const std::string g = kGolden + "log", h = kGolden + "hostile";
+    // clang-format off
+    ExpectRuns(kZoltools, {
+        {{"log", g}, 1, "txt:4: no \"MM-DD hh:mm:ss:nnnnnnnnn\" stamp at the start: \"garbage", 6},
+        {{"log", g}, 1, "1 line could not be read and was skipped"},
+        {{"log", g, "--level", "d, w"}, 1, "1 line could not", 3},
+        {{"log", g, "--pid", "777"}, 1, "1 line could not", 1},
+        {{"log", g, "--tid", "4243", "--tid", "4250", "--grep", "AlgoWrapper"}, 1, "1 line", 2},
+        {{"log", g, "--level", "E", "--grep", "AlgoWrapper"}, 1, "none of the 6 lines read", 0},
+        {{"log", h}, 1, ":13: no \"MM-DD hh:mm:ss:nnnnnnnnn\" stamp at the start: "
+                        "\"garbage\\x1b[2J line\"; and 990 more damaged lines in this file", 4},
+        {{"log", h}, 1, "1000 lines could not be read"},
+    });
+    // clang-format on
+    EXPECT_EQ(ReadFile(kGolden + "log-expected.txt"), Tool({"log", g}).out);
+    const RunResult hostile = Tool({"log", h});
+    EXPECT_EQ(ReadFile(kGolden + "hostile-expected.txt"), hostile.out);
+    EXPECT_EQ(11u, CountLines(hostile.err)) << hostile.err;
 }
 
-TEST(Log, FilesMergeInStampOrderAndDamagedLinesAreSkipped) {
-    auto result = RunLog({Golden("log")});
-    EXPECT_EQ(1, result.status) << "a skipped line fails the run";
-    EXPECT_EQ(ReadFile(Golden("log-expected.txt")), result.out);
-    EXPECT_NE(std::string::npos,
-              result.err.find("ZOLOfflineLog_2026-11-21--10-15-00-000050.txt:4: no "
-                              "\"MM-DD hh:mm:ss:nnnnnnnnn\" stamp at the start: \"garbage that "
-                              "is not a log line\""))
-        << result.err;
-    EXPECT_NE(std::string::npos, result.err.find("1 line could not be read and was skipped"));
-}
-
-TEST(Log, Filters) {
-    struct Case {
-        std::vector<std::string> args;
-        size_t lines;
-        std::string note;
-    } const cases[] = {
-        {{"--level", "d, w"}, 3, ""},
-        {{"--pid", "777"}, 1, ""},
-        {{"--tid", "4243", "--tid", "4250", "--grep", "AlgoWrapper"}, 2, ""},
-        {{"--level", "E", "--grep", "AlgoWrapper"},
-         0,
-         "none of the 6 lines read matches the filters"},
-    };
-    for (const Case& c : cases) {
-        std::vector<std::string> args = c.args;
-        args.insert(args.begin(), Golden("log"));
-        auto result = RunLog(args);
-        EXPECT_EQ(c.lines, CountLines(result.out)) << result.out;
-        const size_t note = result.err.find("none of the");
-        EXPECT_EQ(c.note, note == std::string::npos ? "" : result.err.substr(note, c.note.size()));
-    }
-}
-
-// Whatever a damaged line holds reaches the terminal escaped and whole; a file of garbage
-// gives a few lines and a count; a line the writer cut at 2,047 characters (losing its newline)
-// is split from the one glued to it, and only there is a stamp taken for a new line.
-TEST(Log, HostileCutAndDamagedLines) {
-    TempDir dir;
-    const std::string stamp = "11-21 10:00:00:000000001  1000  1001 I ZOL: ";
-    const std::string cut = stamp + std::string(2047 - stamp.size(), 'x');
-    const std::string next = "11-21 10:00:00:000000000  1000  1002 W ZOL: next\n";
-    const std::string notCut = stamp + "mentions 11-21 10:00:00:000000000  1000  1002 W ZOL: x\n";
-    std::string garbage;
-    for (int i = 0; i < 1000; ++i) {
-        garbage += "garbage\x1b[2J line\n";
-    }
-    WriteFile(dir / "ZOLOfflineLog_2026-11-21--10-00-00-000000.txt",
-              stamp + "clear \x1b[2J, bell \a, NUL " + std::string(1, '\0') + " kept\"\n" + cut +
-                  next + notCut + garbage);
-    auto result = RunLog({dir.path()});
-    EXPECT_EQ(1, result.status);
-    EXPECT_EQ(next + stamp + "clear \\x1b[2J, bell \\x07, NUL \\x00 kept\"\n" + cut + "\n" + notCut,
-              result.out);
-    EXPECT_EQ(std::string::npos, result.err.find('\x1b'));
-    EXPECT_EQ(11u, CountLines(result.err)) << result.err;
-    EXPECT_NE(std::string::npos,
-              result.err.find(":13: no \"MM-DD hh:mm:ss:nnnnnnnnn\" stamp at the "
-                              "start: \"garbage\\x1b[2J line\"; and 990 more "
-                              "damaged lines in this file"))
-        << result.err;
-    EXPECT_NE(std::string::npos, result.err.find("1000 lines could not be read")) << result.err;
-}
-
-void Append(const std::string& path, const std::string& text) {
-    std::ofstream(path, std::ios::app) << text;
-}
-
+// The follower reads complete lines only, as they are appended, then moves to the next file.
 TEST(LogFollower, NewCompleteLinesThenTheNextFile) {
     TempDir dir;
-    const std::string first = dir / "ZOLOfflineLog_2026-11-21--10-00-00-000000.txt";
-    Append(first, "11-21 10:00:00:000000000  1000  1001 I ZOL: before\n11-21 10:00:0");
+    const std::string first = "ZOLOfflineLog_2026-11-21--10-00-00-000000.txt";
+    const std::string second = "ZOLOfflineLog_2026-11-21--10-05-00-000000.txt";
+    std::string text = "11-21 10:00:00:000000000  1000  1001 I ZOL: before\n11-21 10:00:0";
     std::vector<zoltool::LogLine> lines;
     std::vector<zoltool::DamagedLine> damaged;
     std::string error;
     zoltool::LogFilePosition position;
-    ASSERT_TRUE(zoltool::ReadLogFile(first, lines, damaged, error, &position));
+    ASSERT_TRUE(zoltool::ReadLogFile(dir.WriteFile(first, text), lines, damaged, error, &position));
     ASSERT_EQ(1u, lines.size()) << "a line still being written is left to the follower";
-    zoltool::LogFollower follower(dir.path(), first, position);
+    zoltool::LogFollower follower(dir.path(), dir / first, position);
     struct Step {
-        std::string file, append;
-        std::vector<std::string> messages;
-        size_t damaged;
+        std::string file, append, read;  // the messages read, and a '?' per damaged line
     } const steps[] = {
-        {first, "", {}, 0},
-        {first, "1:000000000  1000  1001 I ZOL: one\n11-21 10:00:02:0000", {"one"}, 0},
-        {first, "00000  1000  1001 I ZOL: two\nnot a line\n", {"two"}, 1},
+        {first, "", ""},
+        {first, "1:000000000  1000  1001 I ZOL: one\n11-21 10:00:02:0000", "one,"},
+        {first, "00000  1000  1001 I ZOL: two\nnot a line\n", "two,?"},
         // The writer starts a new file: the follower moves to it and reads it from the start.
-        {dir / "ZOLOfflineLog_2026-11-21--10-05-00-000000.txt",
-         "11-21 10:05:00:000000000  1000  1001 I ZOL: three\n",
-         {"three"},
-         0},
+        {second, "11-21 10:05:00:000000000  1000  1001 I ZOL: three\n", "three,"},
     };
     for (const Step& step : steps) {
-        Append(step.file, step.append);
+        dir.WriteFile(step.file, text = (step.file == first ? text : "") + step.append);
         lines.clear();
         damaged.clear();
         ASSERT_TRUE(follower.Poll(lines, damaged, error)) << error;
-        std::vector<std::string> messages;
+        std::string read;
         for (const zoltool::LogLine& line : lines) {
-            messages.push_back(line.message);
+            read += line.message + ",";
         }
-        EXPECT_EQ(step.messages, messages);
-        EXPECT_EQ(step.damaged, damaged.size());
+        EXPECT_EQ(step.read, read + std::string(damaged.size(), '?'));
     }
-    EXPECT_NE(std::string::npos, follower.current().find("10-05-00"));
+    EXPECT_EQ(dir / second, follower.current());
 }
-
-}  // namespace

@@ -1,86 +1,73 @@
-// Frames rendered both ways, and PNG -> NV21 -> PNG through the convert command.
+// Frames rendered both ways, and back from RGBA.
 #include <gtest/gtest.h>
 
 #include "pngio.h"
 #include "rawimage.h"
 #include "toolstest.h"
 
-namespace {
-
 using namespace toolstest;
 using zoltool::RenderMode;
-
-zoltool::Nv21Image Frame(const std::string& path, uint32_t width, uint32_t height) {
-    zoltool::Nv21Image image;
-    std::string error;
-    EXPECT_TRUE(zoltool::ReadNv21File(path, width, height, image, error)) << error;
-    return image;
-}
 
 // Flat colours through the standard decoding: the JPEG/JFIF full-range BT.601 values (within
 // libyuv's fixed-point rounding), not the library's analogue coefficients, not video range.
 TEST(Render, StandardIsFullRangeBt601) {
     struct Case {
-        int y, v, u, r, g, b;
+        uint8_t y, v, u;
+        int r, g, b;
     } const cases[] = {
         {0, 128, 128, 0, 0, 0},       {255, 128, 128, 255, 255, 255}, {16, 128, 128, 16, 16, 16},
         {76, 255, 85, 254, 0, 0},     {150, 21, 44, 0, 255, 1},       {29, 107, 255, 0, 0, 254},
         {180, 200, 60, 255, 153, 59},
     };
-    TempDir dir;
     for (const Case& c : cases) {
-        WriteFile(dir / "f", std::string(4, char(c.y)) + char(c.v) + char(c.u));
-        const auto rgba = zoltool::RenderNv21(Frame(dir / "f", 2, 2), RenderMode::kStandard);
-        for (size_t p = 0; p < 16; p += 4) {
-            EXPECT_NEAR(c.r, rgba.pixels[p], 2) << c.y << " " << c.v << " " << c.u;
-            EXPECT_NEAR(c.g, rgba.pixels[p + 1], 2) << c.y << " " << c.v << " " << c.u;
-            EXPECT_NEAR(c.b, rgba.pixels[p + 2], 2) << c.y << " " << c.v << " " << c.u;
-            EXPECT_EQ(255, rgba.pixels[p + 3]);
+        zoltool::Nv21Image frame;
+        std::string error;
+        const std::vector<uint8_t> raw = {c.y, c.y, c.y, c.y, c.v, c.u};  // a flat 2x2 frame
+        ASSERT_TRUE(zoltool::Nv21FromRaw(raw, 2, 2, "f", frame, error)) << error;
+        const auto rgba = zoltool::RenderNv21(frame, RenderMode::kStandard);
+        const int want[4] = {c.r, c.g, c.b, 255};
+        for (size_t i = 0; i < 16; ++i) {  // four pixels of R, G, B, A
+            EXPECT_NEAR(want[i % 4], rgba.pixels[i], 2) << +c.y << " " << +c.v << " " << +c.u;
         }
     }
 }
 
-// --as-library gives exactly what the library's conversion gives over the tool's buffer (the
-// expected pixels are worked out from its formulas in golden/make-golden.py), odd sizes too.
+// convert --as-library gives exactly what the library's conversion gives over the tool's
+// buffer (the expected pixels are worked out from its formulas in golden/make-golden.py), odd
+// sizes too.
 TEST(Render, AsLibraryIsTheLibrarysConversion) {
-    for (auto [name, w, h] : {std::tuple{"frame_8x4", 8u, 4u}, std::tuple{"frame_5x3", 5u, 3u}}) {
-        const auto rgba = zoltool::RenderNv21(Frame(Golden("convert/") + name + ".nv21", w, h),
-                                              RenderMode::kAsLibrary);
-        EXPECT_EQ(ReadFile(Golden("convert/") + name + ".rgba"),
-                  std::string(rgba.pixels.begin(), rgba.pixels.end()))
+    TempDir dir;
+    for (const std::string name : {"frame_8x4", "frame_5x3"}) {
+        auto run = Tool(
+            {"convert", kGolden + "convert/" + name + ".nv21", dir / "out.png", "--as-library"});
+        ASSERT_EQ(0, run.status) << run.err;
+        zoltool::RgbaImage png;
+        std::string error;
+        ASSERT_TRUE(zoltool::ReadPng(dir / "out.png", png, error)) << error;
+        EXPECT_EQ(ReadFile(kGolden + "convert/" + name + ".rgba"),
+                  std::string(png.pixels.begin(), png.pixels.end()))
             << name;
     }
 }
 
-// PNG -> NV21 -> PNG loses at most the rounding of each direction, either way. The colours
+// RGBA -> NV21 file -> RGBA loses at most the rounding of each direction, either way. The colours
 // repeat every half width, where the library's odd rows read their chroma.
-TEST(Render, PngRoundTripEitherWay) {
+TEST(Render, RoundTripEitherWay) {
     zoltool::RgbaImage original{16, 8, {}};
     const uint8_t colours[4][3] = {{200, 60, 60}, {60, 180, 80}, {50, 80, 200}, {128, 128, 128}};
     for (uint32_t i = 0; i < 16 * 8; ++i) {
         const uint8_t* c = colours[(i % 8) / 2];
         original.pixels.insert(original.pixels.end(), {c[0], c[1], c[2], 255});
     }
-    TempDir dir;
-    std::string error;
-    ASSERT_TRUE(zoltool::WritePng(dir / "in.png", original, error)) << error;
     for (RenderMode mode : {RenderMode::kStandard, RenderMode::kAsLibrary}) {
-        for (auto [in, out] :
-             {std::pair{"in.png", "mid_16x8.nv21"}, {"mid_16x8.nv21", "back.png"}}) {
-            std::vector<std::string> args = {Zoltools(), "convert", dir / in, dir / out};
-            if (mode == RenderMode::kAsLibrary) {
-                args.push_back("--as-library");
-            }
-            auto run = RunProgram(args);
-            ASSERT_EQ(0, run.status) << run.err;
-        }
-        zoltool::RgbaImage back;
-        ASSERT_TRUE(zoltool::ReadPng(dir / "back.png", back, error)) << error;
+        const std::vector<uint8_t> raw = zoltool::Nv21ToRaw(zoltool::EncodeNv21(original, mode));
+        zoltool::Nv21Image frame;  // as a file holds it
+        std::string error;
+        ASSERT_TRUE(zoltool::Nv21FromRaw(raw, 16, 8, "f", frame, error)) << error;
+        const auto back = zoltool::RenderNv21(frame, mode);
         ASSERT_EQ(original.pixels.size(), back.pixels.size());
         for (size_t i = 0; i < back.pixels.size(); ++i) {
-            ASSERT_NEAR(original.pixels[i], back.pixels[i], 4) << "byte " << i;
+            ASSERT_NEAR(original.pixels[i], back.pixels[i], 4) << int(mode) << " byte " << i;
         }
     }
 }
-
-}  // namespace

@@ -64,6 +64,16 @@ def forged_png(w, h):
             chunk(b"IDAT", zlib.compress(b"\0" * 4)) + chunk(b"IEND", b""))
 
 
+def flat_png(w, h, value):
+    """A well-formed 8-bit RGBA PNG, every byte `value`."""
+    def chunk(kind, data):
+        return struct.pack(">I", len(data)) + kind + data + struct.pack(
+            ">I", zlib.crc32(kind + data) & 0xFFFFFFFF)
+    rows = b"".join(b"\0" + bytes([value]) * (4 * w) for _ in range(h))
+    return (b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", struct.pack(">IIBBBBB", w, h, 8, 6, 0, 0, 0)) +
+            chunk(b"IDAT", zlib.compress(rows)) + chunk(b"IEND", b""))
+
+
 def request_record(fmt, w, h, stride, slice_h, planes, fds):
     return struct.pack("<6I4i", fmt, w, h, stride, slice_h, planes, *fds)
 
@@ -98,9 +108,19 @@ def main():
     write(bad + "inputFrameInfo_8x4_0_.yuv", (y + uv)[:-3])
     write(bad + "inputFrameInfo_8x4_1_.yuv", y + uv)
     write(bad + "database.bin", b"")
-    # A request file that is not one: 57 bytes of text.
-    write("inspect/garbage/SimulationIntputInfo_1121101500789/requestInfo.bin",
-          b"this is not a request record file, it is just some text!")
+    # Inputs the command-line cases refuse: a PNG cut short, files whose names or sizes do not
+    # make a frame, and pressure files with values that are not percentages.
+    write("cli/picture.png", flat_png(8, 4, 90))
+    write("cli/cut.png", flat_png(8, 4, 90)[:40])
+    write("cli/f_0x0.nv21", b"")
+    write("cli/noname.raw", b"abc")
+    write("cli/2x2.nv21", b"y")
+    for name, io in [("ok", "full avg10=9.99\nsome avg10=100.00 avg60=0 avg300=0 total=0\n"),
+                     ("none", "nothing useful\n"), ("nan", "some avg10=nan avg60=0\n"),
+                     ("negative", "some avg10=-5 avg60=0\n"), ("huge", "some avg10=1e20 avg60=0\n")]:
+        write(f"psi/{name}/cpu", b"some avg10=12.50 avg60=3.00 avg300=1.00 total=100\n")
+        write(f"psi/{name}/memory", b"some avg10=0.25 avg60=0 avg300=0 total=1\nfull avg10=0.10\n")
+        write(f"psi/{name}/io", io.encode())
 
     # Two log files whose lines are out of order and interleave; one damaged line.
     a = ("11-21 10:15:00:000200000  4242  4250 I ZOL: [AlgoWrapper] third\n"
@@ -113,6 +133,28 @@ def main():
     write("log/ZOLOfflineLog_2026-11-21--10-15-00-000050.txt", a.encode())
     write("log/ZOLOfflineLog_2026-11-21--10-15-02-500000.txt", b.encode())
     write("log/notes.txt", b"not a log file, ignored\n")
+
+    # For the trace: two files, lines out of order across them, text that JSON must escape.
+    write("trace/ZOLOfflineLog_2026-03-14--10-00-00-000000.txt",
+          b"03-14 10:00:00:000000000   100   101 I ZOL: start\n"
+          b"03-14 10:00:00:000002500   100   102 W ZOL: \"q\" \\ \t \xff<\n")
+    write("trace/ZOLOfflineLog_2026-03-14--10-00-01-000000.txt",
+          b"03-14 10:00:01:000000000   200   201 E ZOL: late\n"
+          b"03-14 10:00:00:000001000   100   101 D ZOL: middle\n")
+
+    # Hostile and damaged lines: control characters and a NUL (printed escaped and whole), a
+    # line the writer cut at 2,047 characters with the next glued to it (split there, and only
+    # there is a stamp inside a line taken for a new one), 1,000 garbage lines (a few shown).
+    stamp = "11-21 10:00:00:000000001  1000  1001 I ZOL: "
+    cut = stamp + "x" * (2047 - len(stamp))
+    glued = "11-21 10:00:00:000000000  1000  1002 W ZOL: next\n"
+    not_cut = stamp + "mentions 11-21 10:00:00:000000000  1000  1002 W ZOL: x\n"
+    write("hostile/ZOLOfflineLog_2026-11-21--10-00-00-000000.txt",
+          (stamp + "clear \x1b[2J, bell \a, NUL \0 kept\"\n" + cut + glued + not_cut +
+           "garbage\x1b[2J line\n" * 1000).encode())
+    write("hostile-expected.txt",
+          (glued + stamp + "clear \\x1b[2J, bell \\x07, NUL \\x00 kept\"\n" + cut + "\n" +
+           not_cut).encode())
 
 
 if __name__ == "__main__":
