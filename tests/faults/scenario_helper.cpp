@@ -30,9 +30,11 @@ ZOLSignalTask* Loop() {
     return ZOLSignalTask::instance();
 }
 
-int Fail(const std::string& why) {
-    std::fprintf(stderr, "FAIL: %s\n", why.c_str());
-    return 1;
+int Check(bool ok, const std::string& why) {
+    if (!ok) {
+        std::fprintf(stderr, "FAIL: %s\n", why.c_str());
+    }
+    return ok ? 0 : 1;
 }
 
 WrapperTask Task(std::function<void()> work) {
@@ -50,7 +52,7 @@ void Submit(void (*func)(void*, uint32_t), void* arg = nullptr, uint32_t size = 
 }
 
 // Threads that never stop calling `body`; returns once each has been through it once.
-void Spin(int threads, void (*body)(int thread)) {
+int Spin(int threads, void (*body)(int thread)) {
     for (int t = 0; t < threads; ++t) {
         std::thread([t, body] {
             for (bool counted = false;; counted = true) {
@@ -60,6 +62,7 @@ void Spin(int threads, void (*body)(int thread)) {
         }).detach();
     }
     zoltest::WaitUntil([threads] { return g_count.load() >= threads; });
+    return 0;  // the process exits with them inside
 }
 
 // The exit of a process whose signal task is busy: each task raises the next signal.
@@ -67,9 +70,8 @@ int Busy() {
     for (unsigned long id = 1; id <= 20; ++id) {
         Loop()->insert(id, Task([id] { Loop()->signal(id + 1); }));
     }
-    Loop()->signal(1);
-    for (unsigned long id = 100; id < 110; ++id) {
-        Loop()->signal(id);  // nothing registered: consumed
+    for (unsigned long id : {1, 100, 101, 102}) {
+        Loop()->signal(id);  // 100 and on: nothing registered, consumed
     }
     return 0;
 }
@@ -77,10 +79,11 @@ int Busy() {
 // Signals 2 and 3 pending behind task 1, which holds the loop until the exit has taken them off
 // the queue (seen through insert(id)'s count): neither may be served.
 int Pending() {
-    Loop()->insert(1, Task([] {
-        zoltest::WaitUntil([] { return g_count.load() == 1; });
-        zoltest::WaitUntil([] { return Loop()->insert(99) == 1; });  // 99: never registered
-    }));
+    Loop()->insert(
+        1, Task([] {
+            zoltest::WaitUntil([] { return g_count.load() == 1; });
+            zoltest::WaitUntil([] { return Loop()->insert(99) == 1; });  // 99: never registered
+        }));
     Loop()->insert(2, Task([] {}));
     Loop()->insert(3, Task([] {}));
     for (unsigned long id : {1, 2, 3}) {
@@ -90,10 +93,10 @@ int Pending() {
     return 0;
 }
 
-// Four threads are still inside the signal task while the process exits.
+// Four threads register, signal and drop tasks as fast as they can (below stderr's pace).
 int Callers() {
-    ZOLToolsLogLevel = ZOL_LOG_THRESHOLD_D;  // as fast as they can, not as fast as stderr takes
-    Spin(4, [](int t) {
+    ZOLToolsLogLevel = ZOL_LOG_THRESHOLD_D;
+    return Spin(4, [](int t) {
         const unsigned long id = static_cast<unsigned long>(t);
         Loop()->insert(id, Task([] {}));
         Loop()->signal(id);
@@ -102,15 +105,14 @@ int Callers() {
             Loop()->disconnect(id);
         }
     });
-    return 0;
 }
 
 // Eight threads allocate and free through a manager of their own and a shared one (never
-// destroyed) while the process exits.
+// destroyed).
 int Managers() {
     ZOLToolsLogLevel = 1;
     static ZOLBufferManager* const shared = new ZOLBufferManager("Shared");
-    Spin(8, [](int t) {
+    return Spin(8, [](int t) {
         static thread_local ZOLBufferManager own("Own");
         const ZOLBufferType type = t % 2 == 0 ? ZOL_BUFFER_TYPE_HEAP : ZOL_BUFFER_TYPE_DMA;
         for (ZOLBufferManager* manager : {&own, shared}) {
@@ -124,7 +126,6 @@ int Managers() {
             manager->FreeBuffer(image);
         }
     });
-    return 0;
 }
 
 // fork while `loggers` threads log. The child logs a line, waits for it to be written and
@@ -150,32 +151,22 @@ int Fork(int loggers) {
     const pid_t child = fork();
     if (child == 0) {
         ZOLOfflineLog::ZOLOfflineLogI("child line from %d", getpid());
-        return ZOLOfflineLog::GetInstance()->WaitForQueuedLines() ? 0 : Fail("child: not written");
+        return Check(ZOLOfflineLog::GetInstance()->WaitForQueuedLines(), "child: not written");
     }
     g_count = 1;
     for (std::thread& thread : *threads) {
         thread.join();
     }
-    int status = 0;
-    waitpid(child, &status, 0);
-    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
-        return Fail("child ended with status " + std::to_string(status));
-    }
+    int status = -1;
+    waitpid(child, &status, 0);  // 0: it exited with 0
+    const std::string about = "child (status " + std::to_string(status) + ") ";
     for (const zoltool::LogLine& line : zoltest::ReadOfflineLog(getenv("ZOL_DEVICE_ROOT"))) {
         if (line.message == "child line from " + std::to_string(child)) {
-            return line.pid == child && line.tid == child ? 0 : Fail("stamped " + line.text);
+            return Check(status == 0 && line.pid == child && line.tid == child,
+                         about + "stamped " + line.text);
         }
     }
-    return Fail("the child's line is in no file");
-}
-
-size_t ExitRecords() {
-    std::lock_guard<std::mutex> lock(g_pool->m_taskMutex);
-    size_t n = 0;
-    for (const ZOLThreadPoolTask& task : g_pool->m_taskList) {
-        n += task.cmd == ZOLThreadPool::kCmdExit;
-    }
-    return n;
+    return Check(false, about + "line in no file");
 }
 
 // DeInit, a second DeInit and a FlushTask at once while the exit records wait behind two
@@ -192,7 +183,10 @@ int PoolStop() {
     }
     zoltest::WaitUntil([] { return g_count.load() == 2; });
     std::thread first([&] { pool.DeInit(); });
-    zoltest::WaitUntil([] { return ExitRecords() == 2; });
+    zoltest::WaitUntil([&] {
+        std::lock_guard<std::mutex> lock(pool.m_taskMutex);
+        return pool.m_taskList.size() == 2;  // the two exit records
+    });
     std::thread second([&] { pool.DeInit(); });
     pool.FlushTask();
     g_count = 3;
@@ -205,7 +199,7 @@ int PoolStop() {
     });
     zoltest::WaitUntil([] { return g_count.load() == 0; });
     pool.DeInit();
-    return pool.m_workers.empty() ? 0 : Fail("workers left after DeInit");
+    return Check(pool.m_workers.empty(), "workers left after DeInit");
 }
 
 // Dump and read back a 64x48 NV21 image, with stride padding and without.
@@ -228,11 +222,11 @@ int SmallStack() {
     pthread_attr_init(&attr);
     pthread_attr_setstacksize(&attr, 16 * 1024);
     pthread_t thread;
-    if (pthread_create(&thread, &attr, DumpAndRead, nullptr) != 0) {
-        return Fail("no thread");
+    if (Check(pthread_create(&thread, &attr, DumpAndRead, nullptr) == 0, "no thread")) {
+        return 1;
     }
     pthread_join(thread, nullptr);
-    return g_count.load() == 2 ? 0 : Fail("read back differs from the dump");
+    return Check(g_count.load() == 2, "read back differs from the dump");
 }
 
 // A pool task and a signal task that throw: each is logged with its function and the next task
@@ -260,21 +254,18 @@ int Throwing() {
     Loop()->signal(1);
     Loop()->signal(2);
     zoltest::WaitUntil([&] { return after.done->load(); });
-    const auto named = [&](const std::string& task, void* function) {
-        return log.Count(task + zoltest::Address(function)) == 1;
-    };
-    return named("WorkerCore() task ", reinterpret_cast<void*>(Throw)) &&
-                   named("task 1 (function ", reinterpret_cast<void*>(ThrowOnLoop)) &&
-                   log.Count(" threw an exception") == 2
-               ? 0
-               : Fail("no line naming the task that threw");
+    const std::string pool = "WorkerCore() task " + zoltest::Address((void*)Throw);
+    const std::string loop = "task 1 (function " + zoltest::Address((void*)ThrowOnLoop);
+    return Check(
+        log.Count(pool) == 1 && log.Count(loop) == 1 && log.Count(" threw an exception") == 2,
+        "no line naming the task that threw");
 }
 
 const struct {
     const char* name;
     int (*run)();
 } kScenarios[] = {
-    {"idle", [] { return ZOLSignalTask::instance() != nullptr ? 0 : 1; }},
+    {"idle", [] { return Check(ZOLSignalTask::instance() != nullptr, "no instance"); }},
     {"busy", Busy},
     {"pending", Pending},
     {"callers", Callers},
@@ -296,5 +287,5 @@ int main(int argc, char** argv) {
             return scenario.run();  // returning from main: the exit handlers run
         }
     }
-    return Fail("no such scenario");
+    return Check(false, "no such scenario");
 }

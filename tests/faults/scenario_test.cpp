@@ -6,7 +6,6 @@
 #include <string>
 #include <vector>
 
-#include "fault_support.h"
 #include "zoltest.h"
 
 namespace {
@@ -23,18 +22,14 @@ struct Scenario {
     std::vector<std::string> refused;
 };
 
-void PrintTo(const Scenario& scenario, std::ostream* os) {
-    *os << scenario.name;
-}
-
 // The exit of a process that used the signal task: everything dropped, then the loop stopped.
 const std::vector<std::string> kExit = {"remove() [", "disconnect all", "loop stop"};
+const std::vector<std::string> kPendingServed = {"task 2 done", "task 3 done"};
 
 const Scenario kScenarios[] = {
     {"ExitRightAfterCreation", "idle", 50, false, Fork::kNo, kExit, {}},
     {"ExitWhileTasksRun", "busy", 50, false, Fork::kNo, kExit, {}},
-    {"ExitServesNoPendingSignal", "pending", 10, false, Fork::kNo, kExit,
-     {"task 2 done", "task 3 done"}},
+    {"ExitServesNoPendingSignal", "pending", 10, false, Fork::kNo, kExit, kPendingServed},
     {"ExitWhileTheLoopLogsToFiles", "busy", 50, true, Fork::kNo, kExit, {}},
     {"ExitWhileThreadsCallTheSignalTask", "callers", 50, false, Fork::kNo, {}, {}},
     {"ExitWhileThreadsAreInsideBufferManagers", "managers", 50, false, Fork::kNo, {}, {}},
@@ -44,6 +39,10 @@ const Scenario kScenarios[] = {
     {"DumpAndReadOnA16KiBStack", "small-stack", 5, false, Fork::kNo, {}, {}},
     {"ThrowingTasksAreLoggedAndSkipped", "throw", 5, false, Fork::kNo, {}, {}},
 };
+
+void PrintTo(const Scenario& scenario, std::ostream* os) {
+    *os << scenario.name;
+}
 
 class ScenarioTest : public ::testing::TestWithParam<Scenario> {};
 
@@ -65,7 +64,7 @@ TEST_P(ScenarioTest, EveryRunEndsCleanly) {
         GTEST_SKIP() << "user-mode emulation cannot fork a process that has threads";
     }
     zoltest::DeviceRoot root;
-    root.MakeDir(faults::kLogDir);
+    root.MakeDir("/data/vendor/camera/offlinelog");
     // The thread sanitizer waits a second at the exit of a process whose threads still run.
     const char* tsan = getenv("TSAN_OPTIONS");
     zoltest::RunOptions options;
@@ -74,7 +73,8 @@ TEST_P(ScenarioTest, EveryRunEndsCleanly) {
         options.env.push_back("persist.vendor.camera.zoltools.offlinelog=1");
     }
     for (int run = 0; run < scenario.runs; ++run) {
-        const zoltest::RunResult result = zoltest::Run({ZOL_FAULTS_HELPER, scenario.argument}, options);
+        const zoltest::RunResult result =
+            zoltest::Run({ZOL_FAULTS_HELPER, scenario.argument}, options);
         const std::string output = result.out + result.err;
         ASSERT_EQ(0, result.status) << "run " << run << ":\n" << output;
         size_t at = 0;
