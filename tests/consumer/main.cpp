@@ -1,85 +1,54 @@
-// Links against the installed libzoltools and uses a little of every kind of its API.
+// A user's program built against the installed package: one call into each unit and its result
+// checked, so that a header, a symbol or a dependency the package lacks fails here.
 #include <unistd.h>
 
-#include <atomic>
-#include <chrono>
 #include <cstdio>
-#include <cstdlib>
-#include <thread>
+#include <utility>
+#include <vector>
 
+#include "zolalgosimulation.h"
 #include "zolbuffermanager.h"
 #include "zolbufferutil.h"
+#include "zoldiag.h"
+#include "zolofflinelog.h"
+#include "zolpsi.h"
+#include "zolsignaltask.h"
+#include "zolstrutil.h"
 #include "zolthreadcontextmanager.h"
 #include "zolthreadpool.h"
 #include "zoltoolsdef.h"
 
-namespace {
-
-std::atomic<int> g_ran{0};
-
-void Task(void* arg, uint32_t size) {
-    if (arg != nullptr && size == sizeof(int)) {
-        g_ran += *static_cast<int*>(arg);
-    }
-}
-
-}  // namespace
-
 int main() {
-    std::printf("log level %d\n", ZOLToolsLogLevel);
-
+    int failed = 0;
+    const auto check = [&failed](bool ok, const char* what) {
+        failed += ok ? 0 : 1;
+        std::printf("consumer: %s %s\n", what, ok ? "ok" : "FAILED");
+    };
     ZOLThreadContext context{{1, 2, 3, 4, 5}};
-    if (ZOLThreadContextManager::MapContextToThreadId(gettid(), &context) != 0) {
-        return 1;
-    }
-
+    check(ZOLThreadContextManager::MapContextToThreadId(gettid(), &context) == 0, "context");
     ZOLThreadPool pool;
-    if (!pool.Init(2)) {
-        return 1;
-    }
-    for (int i = 0; i < 10; ++i) {
-        int* arg = static_cast<int*>(std::malloc(sizeof(int)));
-        *arg = 1;
-        {
-            std::lock_guard<std::mutex> lock(pool.m_taskMutex);
-            pool.m_taskList.push_back(
-                {ZOLThreadPool::kCmdRun, Task, arg, sizeof(int), static_cast<uint32_t>(gettid())});
-        }
-        pool.m_taskCond.notify_one();
-    }
-    for (int i = 0; i < 500 && g_ran < 10; ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
+    check(pool.Init(2), "thread pool");
     pool.DeInit();
+    WrapperTask task;
+    task.task = [] {};
+    check(ZOLSignalTask::instance()->insert(1, std::move(task)) == 1, "signal task");
 
-    // A DMA NV21 image from a named manager, converted to RGBA and back.
-    const int width = 64;
-    const int height = 48;
     ZOLBufferManager manager("consumer");
     ZOLImageBuffer image{};
-    image.format = ZOL_IMAGE_FORMAT_YUV420SP;
-    image.width = width;
-    image.height = height;
-    image.planeStride = width;
-    // Slice height large enough that the chroma plane covers what the conversion reads.
-    image.sliceHeight =
-        static_cast<uint32_t>(ZOLYuv420spChromaBytes(width, height) * 2 / width + 1);
-    if (!manager.AllocBuffer(image, ZOL_BUFFER_TYPE_DMA) || image.numberOfPlanes != 2) {
-        return 1;
-    }
-    static unsigned char rgba[width * height * 4];
-    manager.StartCPUSync(image.fd[0], ZOL_CPU_SYNC_READ_WRITE);
-    auto* y = static_cast<unsigned char*>(image.Addr[0]);
-    auto* uv = static_cast<unsigned char*>(image.Addr[1]);
-    for (int i = 0; i < width * height; ++i) {
-        y[i] = static_cast<unsigned char>(i);
-    }
-    yuv420sp2rgba(y, uv, rgba, width, width, width, height);
-    rgba2yuv420sp(y, uv, rgba, width, width, width, height);
-    manager.EndCPUSync(image.fd[0]);
-    manager.FreeBuffer(image);
+    image.width = image.planeStride = 64;
+    image.height = image.sliceHeight = 48;
+    check(manager.AllocBuffer(image, ZOL_BUFFER_TYPE_DMA) && manager.FreeBuffer(image), "buffers");
+    std::vector<unsigned char> y(64 * 48, 128), uv(ZOLYuv420spChromaBytes(64, 48), 128);
+    std::vector<unsigned char> rgba(64 * 48 * 4);
+    yuv420sp2rgba(y.data(), uv.data(), rgba.data(), 64, 64, 64, 48);
+    check(rgba[0] == 128, "colour conversion");
 
-    ZOL_LOGI("consumer ran %d tasks", g_ran.load());
-    std::printf("consumer ran %d tasks\n", g_ran.load());
-    return g_ran == 10 ? 0 : 1;
+    std::vector<ZOLImageBuffer> none;
+    check(ZOLAlgoSimulation().OnAlgoSimulation(none, nullptr, 0), "algorithm simulation");
+    check(ZOLStrUtil::StrToFloat("2.5") == 2.5f, "strutil");
+    check(DiagUtils::CheckRetValue(0, 0), "diag");
+    check(ZOLPSI().GetPsiCpuSomeAvg10() >= 0, "psi");
+    check(ZOLOfflineLog::GetInstance() != nullptr, "offline log");
+    ZOL_LOGI("consumer: log level %d, %d failed", ZOLToolsLogLevel, failed);
+    return failed;
 }
