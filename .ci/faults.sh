@@ -19,7 +19,7 @@ fi
 for preset in "${presets[@]}"; do
     echo "--- fault injection, $preset build"
     # Only the fault programs: the malloc one exists without sanitizers only.
-    targets=(faults_hostile_test faults_scenario_test faults_scenario_helper)
+    targets=(faults_hostile_test faults_scenario_test)
     [ "$preset" = default ] && targets+=(faults_malloc_test)
     cmake --build --preset "$preset" -j "$(nproc)" --target "${targets[@]}" >/dev/null
     ctest --preset "$preset" -L faults -j "$(nproc)"

@@ -32,19 +32,17 @@ int main() {
     WrapperTask task;
     task.task = [] {};
     check(ZOLSignalTask::instance()->insert(1, std::move(task)) == 1, "signal task");
-
     ZOLBufferManager manager("consumer");
-    ZOLImageBuffer image{};
-    image.width = image.planeStride = 64;
-    image.height = image.sliceHeight = 48;
-    check(manager.AllocBuffer(image, ZOL_BUFFER_TYPE_DMA) && manager.FreeBuffer(image), "buffers");
-    std::vector<unsigned char> y(64 * 48, 128), uv(ZOLYuv420spChromaBytes(64, 48), 128);
-    std::vector<unsigned char> rgba(64 * 48 * 4);
-    yuv420sp2rgba(y.data(), uv.data(), rgba.data(), 64, 64, 64, 48);
+    void* buffer = nullptr;
+    int fd = -1;
+    check(manager.AllocBuffer(4096, &buffer, fd, ZOL_BUFFER_TYPE_DMA) && manager.FreeBuffer(buffer),
+          "buffers");
+    std::vector<unsigned char> y(4, 128), uv(ZOLYuv420spChromaBytes(2, 2), 128), rgba(16);
+    yuv420sp2rgba(y.data(), uv.data(), rgba.data(), 2, 2, 2, 2);
     check(rgba[0] == 128, "colour conversion");
-
     std::vector<ZOLImageBuffer> none;
-    check(ZOLAlgoSimulation().OnAlgoSimulation(none, nullptr, 0), "algorithm simulation");
+    char devNull[] = "/dev/null";
+    check(ZOLAlgoSimulation().writerRequestBuffer(none, devNull), "algorithm simulation");
     check(ZOLStrUtil::StrToFloat("2.5") == 2.5f, "strutil");
     check(DiagUtils::CheckRetValue(0, 0), "diag");
     check(ZOLPSI().GetPsiCpuSomeAvg10() >= 0, "psi");

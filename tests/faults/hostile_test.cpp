@@ -1,7 +1,6 @@
 // The library in a hostile process: the offline log when its directory or its file fails, buffer
 // managers without descriptors or with a named pool destroyed under them, replays of hostile save
-// folders. Every TEST is a process of its own: limits, the pool and the offline log are
-// process-wide.
+// folders. Every TEST is a process of its own (limits, the pool and the log are process-wide).
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -128,7 +127,6 @@ TEST_P(OfflineLogFault, LinesLostAreCountedAndLoggingResumes) {
     EXPECT_TRUE(damaged.empty()) << damaged[0].Describe();
     EXPECT_EQ(kLines, whole["during"] + lost) << "each line in a file or counted";
     EXPECT_EQ(10u, whole["after"]);
-    RecordProperty("linesLost", std::to_string(lost));
 }
 
 INSTANTIATE_TEST_SUITE_P(Faults, OfflineLogFault, ::testing::ValuesIn(kFaults),

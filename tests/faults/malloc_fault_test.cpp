@@ -5,7 +5,6 @@
 // nothing else on its side of the road allocates; logging goes on once memory is back.
 #include <android/log.h>
 #include <gtest/gtest.h>
-#include <pthread.h>
 
 #include <atomic>
 #include <cerrno>
@@ -24,12 +23,11 @@ void* __libc_realloc(void* block, size_t size);
 
 namespace {
 
-std::atomic<bool> g_failing{false};
-std::atomic<pthread_t> g_owner{};  // the only thread whose allocations fail
+thread_local bool t_failing = false;  // set on the test's thread only
 std::atomic<unsigned long> g_failed{0};
 
 bool ShouldFail() {
-    if (!g_failing.load(std::memory_order_acquire) || !pthread_equal(pthread_self(), g_owner)) {
+    if (!t_failing) {
         return false;
     }
     g_failed.fetch_add(1);
@@ -53,15 +51,14 @@ TEST(MallocFailure, LineWhoseBlockCannotBeAllocatedIsDroppedAndCounted) {
     ZOLOfflineLog::ZOLOfflineLogI("first line, opens the file");
     ASSERT_TRUE(log->WaitForQueuedLines());
 
-    g_owner = pthread_self();
-    g_failing.store(true, std::memory_order_release);
+    t_failing = true;
     ZOLDebugLogE("debug line while malloc fails %d", 1);
     ZOLOfflineLog::ZOLOfflineLogW("offline line while malloc fails %d", 2);
     ZOLOfflineLog::ZOLOfflineLogICapture("capture line while malloc fails %d", 3);
     for (int i = 0; i < 1000; ++i) {
         ZOLOfflineLog::ZOLOfflineLogD("line %d while malloc fails", i);
     }
-    g_failing = false;
+    t_failing = false;
     // One allocation was attempted per line, the line block; nothing else on the way.
     EXPECT_EQ(1003u, g_failed.load());
     EXPECT_EQ(1003u, log->DroppedLinesNoMemory());
