@@ -66,7 +66,7 @@ struct FaultKind {
     bool allLost;  // false: the file takes lines until it is full
 };
 
-// A directory that will not open, for whatever reason, is one case: removed, then made again.
+// An open that fails takes one road whatever the cause: a removed directory stands for all.
 const FaultKind kFaults[] = {
     {"DirectoryRemoved", [](Fault& f) { zoltest::RemoveTree(f.dir); },
      [](Fault& f) { mkdir(f.dir.c_str(), 0700); }, false, true},
