@@ -2,7 +2,7 @@
 # The fault-injection tests (tests/faults, ctest label "faults") on their own, in every CI build
 # that exists (build/default, build/asan, build/tsan; build/default is made if none does). They
 # also run as part of each unit-test suite; this step shows them apart, with the reason when one
-# is skipped (the full file system needs a private mount namespace: root, or user namespaces).
+# is skipped (forks under the sanitizers).
 # About a minute once the builds exist.
 set -euo pipefail
 cd "$(dirname "$0")/.."
