@@ -2,10 +2,13 @@
 // managers without descriptors or with a named pool destroyed under them, replays of hostile save
 // folders. Every TEST is a process of its own (limits, the pool and the log are process-wide).
 #include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
@@ -58,8 +61,23 @@ struct Fault {
     }
 };
 
+// A tmpfs of `bytes` over `dir`, seen by this process only. Mount namespaces are unshared per
+// process, so this runs before the log starts its workers. Empty when made, else why not.
+std::string MountPrivateTmpfs(const std::string& dir, size_t bytes) {
+    if (unshare(CLONE_NEWNS) != 0 && unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) {
+        return std::string("no private mount namespace: ") + std::strerror(errno);
+    }
+    // Mounts made here must not propagate back to the machine's namespace.
+    if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        mount("zolfaults", dir.c_str(), "tmpfs", 0, ("size=" + std::to_string(bytes)).c_str())) {
+        return std::string("cannot mount a private tmpfs: ") + std::strerror(errno);
+    }
+    return std::string();
+}
+
 struct FaultKind {
     const char* name;
+    std::string (*prepare)(Fault&);  // before the log starts; a reason to skip when not empty
     void (*make)(Fault&);
     void (*clear)(Fault&);
     bool noSpace;  // lost lines count as DroppedLinesNoSpace (else DroppedLinesNoFile)
@@ -68,12 +86,12 @@ struct FaultKind {
 
 // An open that fails takes one road whatever the cause: a removed directory stands for all.
 const FaultKind kFaults[] = {
-    {"DirectoryRemoved", [](Fault& f) { zoltest::RemoveTree(f.dir); },
+    {"DirectoryRemoved", nullptr, [](Fault& f) { zoltest::RemoveTree(f.dir); },
      [](Fault& f) { mkdir(f.dir.c_str(), 0700); }, false, true},
-    {"NoDescriptorsLeft", [](Fault& f) { f.limit.emplace(RLIMIT_NOFILE, 0); },
+    {"NoDescriptorsLeft", nullptr, [](Fault& f) { f.limit.emplace(RLIMIT_NOFILE, 0); },
      [](Fault& f) { f.limit.reset(); }, false, true},
     // Opened for writing, a FIFO without a reader would hold the worker for ever.
-    {"FifoInPlaceOfTheCurrentFile",
+    {"FifoInPlaceOfTheCurrentFile", nullptr,
      [](Fault& f) {
          f.ForEachFile([](const char* path) {
              unlink(path);
@@ -81,12 +99,19 @@ const FaultKind kFaults[] = {
          });
      },
      [](Fault& f) { f.ForEachFile([](const char* path) { unlink(path); }); }, false, true},
-    {"FileSizeLimit",
+    {"FileSizeLimit", nullptr,
      [](Fault& f) {
          signal(SIGXFSZ, SIG_IGN);
          f.limit.emplace(RLIMIT_FSIZE, 8192);
      },
      [](Fault& f) { f.limit.reset(); }, true, false},
+    // The file system fills up under the log (ENOSPC, where the size limit gives EFBIG).
+    {"FullFileSystem", [](Fault& f) { return MountPrivateTmpfs(f.dir, 16 * 1024); },
+     [](Fault&) {},
+     [](Fault& f) {
+         ASSERT_EQ(0, mount(nullptr, f.dir.c_str(), nullptr, MS_REMOUNT, "size=1048576"));
+     },
+     true, false},
 };
 
 void PrintTo(const FaultKind& kind, std::ostream* os) {
@@ -100,6 +125,10 @@ TEST_P(OfflineLogFault, LinesLostAreCountedAndLoggingResumes) {
     alarm(120);  // a worker stuck on the fault fails the test instead of hanging it
     zoltest::DeviceRoot root;
     Fault fault{root.MakeDir("/data/vendor/camera/offlinelog"), std::nullopt};
+    const std::string skip = kind.prepare != nullptr ? kind.prepare(fault) : "";
+    if (!skip.empty()) {
+        GTEST_SKIP() << skip;
+    }
     setenv("persist.vendor.camera.zoltools.offlinelog", "1", 1);  // read by the first line
     ZOLOfflineLog* log = ZOLOfflineLog::GetInstance();
     LogLines("before", 1);
@@ -190,6 +219,25 @@ TEST(BuffersHostile, ANamedPoolDestroyedFirstLeavesItsBlocksRefused) {
                                 zoltest::Address(blocks[lower]) + ", buffer manager name: Held"));
         EXPECT_TRUE(held[type]->FreeBuffer(blocks[1 - lower])) << type;
     }
+}
+
+// A cache sync of a descriptor that is not open is refused as the kernel would refuse it.
+TEST(BuffersHostile, SyncRefusesDescriptorsThatAreNotOpen) {
+    ZOLBufferAllocator allocator;
+    char* buffer = nullptr;
+    int open = -1;
+    ASSERT_EQ(0, allocator.AllocDMABuffer(4096, &buffer, open));
+    const int closed = dup(open);
+    close(closed);
+    const struct {
+        int fd;
+        int result;
+    } kCases[] = {{-1, -EBADF}, {closed, -EBADF}, {open, 0}};
+    for (const auto& c : kCases) {
+        EXPECT_EQ(c.result, allocator.StartCPUSync(c.fd, ZOL_CPU_SYNC_READ_WRITE)) << c.fd;
+        EXPECT_EQ(c.result, allocator.EndCPUSync(c.fd)) << c.fd;
+    }
+    allocator.DeallocDMABuffer(4096, buffer, open);
 }
 
 const std::string kBase = "/data/vendor/camera/algosimulation/";
