@@ -115,7 +115,7 @@ TEST(BufferPool, RecyclesExactSizeAndTypeLastInFirstOutUntilTheLastClientLeaves)
     EXPECT_EQ(before, SystemHoldings());
 }
 
-TEST(BufferPoolDeathTest, CountsPlaneSizesAndFailedAllocationsAreFatal) {
+TEST(BufferPoolDeathTest, CountAndPlaneOverflowsAreFatal) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     __android_log_set_logger(__android_log_stderr_logger);
     __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);

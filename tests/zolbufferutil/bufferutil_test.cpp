@@ -93,23 +93,20 @@ TEST_P(BufferFile, DumpAndReadMoveThePayloadRowsOfEachPlane) {
         dir.WriteFile("frame.yuv", contents);
         image.Fill(0xAA);
         ASSERT_TRUE(ZOLBufferUtil::ZOLReadBuffer(&image.buffer, &path[0]));
-        std::vector<uint8_t> expected[2] = {std::vector<uint8_t>(80, 0xAA),
-                                            std::vector<uint8_t>(80, 0xAA)};
+        std::vector<uint8_t> expected[2];
         size_t offset = 0;
         for (int p = 0; p < 2; ++p) {
-            std::fill(expected[p].begin(), expected[p].begin() + 8, 0);
-            const int rows = !c.readBack ? 0 : p == 0 ? height : c.rowBytes1 > 0 ? height / 2 : 0;
-            for (int r = 0; r < rows; ++r) {
-                for (int b = 0; b < (p == 0 ? c.rowBytes0 : c.rowBytes1); ++b) {
-                    expected[p][r * 16 + b] = static_cast<uint8_t>(contents[offset++]);
-                }
+            const int rowBytes = p == 0 ? c.rowBytes0 : c.rowBytes1;
+            const int rows = !c.readBack ? 0 : p == 0 ? height : height / 2;
+            expected[p].assign(80, 0xAA);
+            std::fill_n(expected[p].begin(), 8, 0);
+            for (int r = 0; r < rows; ++r, offset += rowBytes) {
+                std::copy_n(&contents[offset], rowBytes, &expected[p][r * 16]);
             }
         }
         EXPECT_TRUE(expected[0] == image.planes[0] && expected[1] == image.planes[1]) << height;
     }
-    EXPECT_EQ(c.dumped && c.readBack ? 0u
-              : c.dumped             ? 2u
-                                     : 4u,
+    EXPECT_EQ((c.dumped ? 0u : 2u) + (c.readBack ? 0u : 2u),
               log.Matching(ANDROID_LOG_ERROR, "unknow format: " + std::to_string(int(c.format))));
 }
 
