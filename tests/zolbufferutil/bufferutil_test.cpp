@@ -194,12 +194,9 @@ TEST(TraveDir, ListsVisibleNamesAndDescendsFromTheWorkingDirectoryOnly) {
 }
 
 TEST(GetFileName, PointsBehindTheLastSlash) {
-    const struct {
-        const char* path;
-        size_t offset;
-    } rows[] = {{"a/b/c.yuv", 4}, {"frame.yuv", 0}, {"/data/dir/", 10}, {"/x", 1}};
-    for (const auto& row : rows) {
-        EXPECT_EQ(row.path + row.offset, ZOLGetFileName(row.path)) << row.path;
+    for (const auto& [path, offset] : {std::pair("a/b/c.yuv", 4), std::pair("frame.yuv", 0),
+                                       std::pair("/data/dir/", 10), std::pair("/x", 1)}) {
+        EXPECT_EQ(path + offset, ZOLGetFileName(path)) << path;
     }
 }
 
