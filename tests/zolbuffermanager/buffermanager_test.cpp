@@ -11,7 +11,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <regex>
 #include <tuple>
 #include <vector>
 
@@ -165,6 +164,13 @@ std::pair<int, std::string> Expand(const std::string& row) {
                                      : "[Cam] zolbuffermanager.cpp:# ") +
                           row.substr(function, message - function) + "() " +
                           row.substr(message + 2)};
+}
+
+std::string WithoutAddresses(std::string text) {  // every "0x..." as '@'
+    for (size_t at = text.find("0x"); at != std::string::npos; at = text.find("0x", at + 1)) {
+        text.replace(at, text.find_first_not_of("0123456789abcdef", at + 2) - at, "@");
+    }
+    return text;
 }
 
 // Every line of the subsystem: the scenario writes each row's line exactly `count` times, and
@@ -325,8 +331,8 @@ TEST(BufferLog, EveryLineAsToolsParseIt) {
     for (const auto& [count, row] : rows) {
         const auto [priority, pattern] = Expand(row);
         const size_t found = std::count_if(lines.begin(), lines.end(), [&](const auto& line) {
-            const std::string text = std::regex_replace(line.text, std::regex("0x[0-9a-f]+"), "@");
-            return line.priority == priority && zoltest::MatchesPattern(text, pattern);
+            return line.priority == priority &&
+                   zoltest::MatchesPattern(WithoutAddresses(line.text), pattern);
         });
         EXPECT_EQ(count, found) << row;
         matched += found;
