@@ -241,8 +241,10 @@ TEST(BufferLog, EveryLineAsToolsParseIt) {
     ASSERT_TRUE(m->AllocBuffer(dma, kDma));
     ZOLImageBuffer many = dma, none = {};
     many.numberOfPlanes = 9;
-    EXPECT_EQ(1u, log.Count("fd0: " + std::to_string(dma.fd[0]) +
-                            ", fd1: " + std::to_string(dma.fd[1]) + ", fd2: 0, fd3: 0"));
+    EXPECT_EQ(1u, log.Count("Addr0: " + zoltest::Address(dma.Addr[0]) +
+                            ", Addr1: " + zoltest::Address(dma.Addr[1]) +
+                            ", Addr2: (nil), Addr3: (nil), pNativeHandle: (nil), fd0: " +
+                            std::to_string(dma.fd[0]) + ", fd1: " + std::to_string(dma.fd[1])));
     EXPECT_FALSE(m->StartCPUSync(dma, ZOL_CPU_SYNC_WRITE));  // the first plane only
     EXPECT_FALSE(m->EndCPUSync(many));
     EXPECT_TRUE(m->StartCPUSync(none, ZOL_CPU_SYNC_READ));
