@@ -74,12 +74,17 @@ TEST(BufferAllocator, DmaAndGraphicBuffersLeaveNothingBehind) {
         EXPECT_EQ(0, allocator.DeallocGraphicBuffer(info, buffer, fd));
     }
     EXPECT_EQ(before, SystemHoldings());
-    // Descriptor 0 is given back like any other (in a child: here it is stdin).
-    EXPECT_EQ(0, zoltest::RunInChild([] {
-                  int fd = 0;
-                  ZOLBufferAllocator().DeallocDMABuffer(0, nullptr, fd);
-                  return fd + 1;
-              }));
+    // With stdin closed a new buffer's descriptor is 0: a descriptor like any other, given back
+    // (in a child: here stdin stays).
+    const auto stdinClosed = [] {
+        ZOLBufferAllocator allocator;
+        char* buffer = nullptr;
+        int fd = (close(0), -1);
+        const bool made = allocator.AllocDMABuffer(4096, &buffer, fd) == 0 && fd == 0;
+        allocator.DeallocDMABuffer(4096, buffer, fd);
+        return made && fd == -1 ? 0 : 1;
+    };
+    EXPECT_EQ(0, zoltest::RunInChild(stdinClosed));
 }
 
 // Blocks come back by exact size and type, newest first; the last client out gives every free
