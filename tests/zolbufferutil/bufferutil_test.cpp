@@ -33,8 +33,8 @@ TEST(BufferCopy, SourceRowsLandInTheDestinationsRowsAndNothingElseMoves) {
         {{5, 1}, {4, 1}, {1, 4}, {8, 8}, true, 1, 4, 0},  // two planes win; one row has no chroma
         {{3, 7}, {4, 4}, {2, 2}, {8, 8}, false, 0, 0, 0},
         {{2, 14}, {4, 4}, {2, 2}, {8, 8}, false, 0, 0, 0},
-        {{15, 3}, {4, 4}, {2, 2}, {8, 8}, false, 0, 0, 0},
         {{6, 4}, {4, 4}, {2, 2}, {8, 8}, false, 0, 0, 0},
+        {{0, 0}, {1u << 31, 1u << 31}, {2, 2}, {8, 8}, true, 0, 0, 0},  // rows past int: none
     };
     for (const auto& row : rows) {
         TestImage src(row.format[0], row.width[0], row.height[0], row.stride[0], 96, 1);
@@ -70,55 +70,44 @@ const FormatCase kFormats[] = {
     {12, 16, 0, true, false}, {13, 16, 0, true, false}, {14, 16, 0, true, false},
     {15, 0, 0, false, false}, {16, 0, 0, false, false}, {0xFFFFFFFFu, 0, 0, false, false}};
 
-class BufferFile : public ::testing::TestWithParam<FormatCase> {
-protected:
-    void SetUp() override { ZOLToolsLogLevel = 0; }  // the format line is written all the same
-    // Error lines "unknow format: <format>".
-    size_t UnknownFormatLines() const {
-        return log_.Matching(ANDROID_LOG_ERROR,
-                             "unknow format: " + std::to_string(int(GetParam().format)));
-    }
-    zoltest::TempDir dir_;
-    std::string path_ = dir_ / "frame.yuv";
-    zoltest::LogCapture log_;
-};
+class BufferFile : public ::testing::TestWithParam<FormatCase> {};
 
-TEST_P(BufferFile, DumpWritesThePayloadRowsOfEachPlane) {
+// Dump at two heights (the smaller has a single chroma row), then read back from a file holding
+// more than any format needs into planes of 0xAA: each plane's first eight bytes are cleared before
+// the rows land. An unknown format writes an empty file, reads nothing, and says so each time.
+TEST_P(BufferFile, DumpAndReadMoveThePayloadRowsOfEachPlane) {
     const FormatCase c = GetParam();
-    for (uint32_t height : {5u, 1u}) {
+    ZOLToolsLogLevel = 0;  // the format line is written all the same
+    zoltest::TempDir dir;
+    zoltest::LogCapture log;
+    std::string path = dir / "frame.yuv";
+    const TestImage source(c.format, 8, 5, 16, 80, 50);
+    const std::string contents = source.Rows(0, 5, 16) + source.Rows(1, 5, 16);
+    for (uint32_t height : {5u, 2u}) {
         TestImage image(c.format, 8, height, 16, 80, 3);
-        EXPECT_TRUE(ZOLBufferUtil::ZOLBufferDump(&image.buffer, path_.c_str()));
+        EXPECT_TRUE(ZOLBufferUtil::ZOLBufferDump(&image.buffer, path.c_str()));
         EXPECT_EQ(c.dumped
                       ? image.Rows(0, height, c.rowBytes0) + image.Rows(1, height / 2, c.rowBytes1)
                       : "",
-                  zoltest::ReadFile(path_));
-    }
-    EXPECT_EQ(c.dumped ? 0u : 2u, UnknownFormatLines());
-}
-
-TEST_P(BufferFile, ReadFillsThePayloadRowsAndClearsEightBytes) {
-    const FormatCase c = GetParam();
-    const TestImage source(c.format, 8, 5, 16, 80, 50);  // the file holds more than any needs
-    const std::string contents = source.Rows(0, 5, 16) + source.Rows(1, 5, 16);
-    dir_.WriteFile("frame.yuv", contents);
-    TestImage image(c.format, 8, 5, 16, 80, 0);
-    image.Fill(0xAA);
-    ASSERT_TRUE(ZOLBufferUtil::ZOLReadBuffer(&image.buffer, &path_[0]));
-    std::vector<uint8_t> expected[2] = {std::vector<uint8_t>(80, 0xAA),
-                                        std::vector<uint8_t>(80, 0xAA)};
-    size_t offset = 0;
-    for (int p = 0; p < 2; ++p) {
-        std::fill(expected[p].begin(), expected[p].begin() + 8, 0);
-        const int rows = !c.readBack ? 0 : p == 0 ? 5 : c.rowBytes1 > 0 ? 2 : 0;
-        for (int r = 0; r < rows; ++r) {
-            for (int b = 0; b < (p == 0 ? c.rowBytes0 : c.rowBytes1); ++b) {
-                expected[p][r * 16 + b] = static_cast<uint8_t>(contents[offset++]);
+                  zoltest::ReadFile(path));
+        dir.WriteFile("frame.yuv", contents);
+        image.Fill(0xAA);
+        ASSERT_TRUE(ZOLBufferUtil::ZOLReadBuffer(&image.buffer, &path[0]));
+        std::vector<uint8_t> expected[2];
+        size_t offset = 0;
+        for (int p = 0; p < 2; ++p) {
+            const int rowBytes = p == 0 ? c.rowBytes0 : c.rowBytes1;
+            const int rows = !c.readBack ? 0 : p == 0 ? height : height / 2;
+            expected[p].assign(80, 0xAA);
+            std::fill_n(expected[p].begin(), 8, 0);
+            for (int r = 0; r < rows; ++r, offset += rowBytes) {
+                std::copy_n(&contents[offset], rowBytes, &expected[p][r * 16]);
             }
         }
+        EXPECT_TRUE(expected[0] == image.planes[0] && expected[1] == image.planes[1]) << height;
     }
-    EXPECT_EQ(expected[0], image.planes[0]);
-    EXPECT_EQ(expected[1], image.planes[1]);
-    EXPECT_EQ(c.readBack ? 0u : 1u, UnknownFormatLines());
+    EXPECT_EQ((c.dumped ? 0u : 2u) + (c.readBack ? 0u : 2u),
+              log.Matching(ANDROID_LOG_ERROR, "unknow format: " + std::to_string(int(c.format))));
 }
 
 INSTANTIATE_TEST_SUITE_P(EveryFormat, BufferFile, ::testing::ValuesIn(kFormats),
@@ -126,7 +115,9 @@ INSTANTIATE_TEST_SUITE_P(EveryFormat, BufferFile, ::testing::ValuesIn(kFormats),
                              return "format" + std::to_string(info.param.format);
                          });
 
-TEST(BufferFileEdges, ShortMissingAndUnalignedFiles) {
+// A short file fills what it holds; a missing file or folder fails and touches nothing; rows
+// past int (a width of 2^31) are empty: nothing written, nothing read. None of it is logged.
+TEST(BufferFileEdges, ShortAndMissingFilesAndRowsPastInt) {
     zoltest::TempDir dir;
     zoltest::LogCapture log;
     // 2.5 rows of a 4-wide plane 0: row 2 gets what was read, plane 1 nothing but its clearing.
@@ -134,80 +125,44 @@ TEST(BufferFileEdges, ShortMissingAndUnalignedFiles) {
     TestImage image(0, 4, 4, 4, 16, 0);
     image.Fill('.');
     ASSERT_TRUE(ZOLBufferUtil::ZOLReadBuffer(&image.buffer, &path[0]));
-    EXPECT_EQ("ABCDEFGH", std::string(image.planes[0].begin(), image.planes[0].begin() + 8));
-    EXPECT_EQ("....", std::string(image.planes[0].begin() + 12, image.planes[0].end()));
-    EXPECT_EQ(std::string(8, '\0') + "........",
-              std::string(image.planes[1].begin(), image.planes[1].end()));
+    const std::string plane0(image.planes[0].begin(), image.planes[0].end());
+    EXPECT_TRUE(plane0.substr(0, 8) == "ABCDEFGH" && plane0.substr(12) == "....") << plane0;
+    EXPECT_EQ(std::string(8, '\0') + "........", image.Rows(1, 4, 4));
 
     std::string missing = dir / "missing.yuv";
     const std::vector<uint8_t> before = image.planes[0];
     EXPECT_FALSE(ZOLBufferUtil::ZOLBufferDump(&image.buffer, (dir / "no/f").c_str()));
     EXPECT_FALSE(ZOLBufferUtil::ZOLReadBuffer(&image.buffer, &missing[0]));
     EXPECT_EQ(before, image.planes[0]);
+
+    image.buffer.width = 1u << 31;
+    image.Fill('.');
+    EXPECT_TRUE(ZOLBufferUtil::ZOLBufferDump(&image.buffer, missing.c_str()));
+    EXPECT_EQ("", zoltest::ReadFile(missing));
+    ASSERT_TRUE(ZOLBufferUtil::ZOLReadBuffer(&image.buffer, &path[0]));
+    EXPECT_EQ(std::string(8, '\0') + "........", image.Rows(0, 4, 4));
     EXPECT_TRUE(log.Lines().empty());
-
-    std::vector<uint8_t> storage(40, 0xFF);  // planes at odd addresses: the clearing copes
-    ZOLImageBuffer odd = {};
-    odd.format = 2;
-    odd.Addr[0] = storage.data() + 1;
-    odd.Addr[1] = storage.data() + 21;
-    ASSERT_TRUE(ZOLBufferUtil::ZOLReadBuffer(&odd, &path[0]));
-    EXPECT_EQ(16, std::count(storage.begin(), storage.end(), 0));
-    EXPECT_TRUE(storage[0] == 0xFF && storage[9] == 0xFF && storage[20] == 0xFF &&
-                storage[29] == 0xFF);
-}
-
-TEST(BufferUtil, PlaneFunctionsMoveOneRowPerStrideAndIgnoreEmptyRequests) {
-    uint8_t copied[9] = {};
-    const uint8_t src[12] = {1, 2, 3, 9, 4, 5, 6, 9, 7, 8, 9, 9};
-    for (int rowBytes : {3, -5}) {
-        for (int rows : {3, 0}) {  // only 3 x 3 moves anything
-            ZOLBufferUtil::ZOLCopyPlane(copied, const_cast<uint8_t*>(src), rowBytes, rows, 3, 4);
-        }
-    }
-    EXPECT_EQ(std::vector<uint8_t>({1, 2, 3, 4, 5, 6, 7, 8, 9}),
-              std::vector<uint8_t>(copied, copied + 9));
-    zoltest::TempDir dir;
-    const std::string path = dir / "p.raw";
-    FILE* file = fopen(path.c_str(), "wb+");
-    ASSERT_NE(nullptr, file);
-    ZOLBufferUtil::ZOLDumpPlane(file, const_cast<uint8_t*>(src), 3, 3, 4);
-    ZOLBufferUtil::ZOLDumpPlane(file, const_cast<uint8_t*>(src), 3, 0, 4);   // no rows
-    ZOLBufferUtil::ZOLDumpPlane(file, const_cast<uint8_t*>(src), -1, 2, 4);  // no bytes
-    rewind(file);
-    uint8_t dst[10] = {};
-    ZOLBufferUtil::ZOLReadPlane(file, dst, 3, 0, 3);   // no rows: reads nothing at all
-    ZOLBufferUtil::ZOLReadPlane(file, dst, -1, 2, 3);  // no bytes
-    EXPECT_EQ(0, ftell(file));
-    ZOLBufferUtil::ZOLReadPlane(file, dst, 3, 1, 3);  // a single row is a read too
-    ZOLBufferUtil::ZOLReadPlane(file, dst + 3, 3, 2, 3);
-    fclose(file);
-    EXPECT_EQ(std::string("\1\2\3\4\5\6\7\10\11", 9), zoltest::ReadFile(path));
-    EXPECT_EQ(std::vector<uint8_t>({1, 2, 3, 4, 5, 6, 7, 8, 9, 0}),
-              std::vector<uint8_t>(dst, dst + 10));
 }
 
 TEST(BufferUtilDeathTest, RowSizesThatOverflowAbort) {
     zoltest::TempDir dir;
     std::string path = dir.WriteFile("f.yuv", "");
     uint8_t plane[8] = {};
-    ZOLImageBuffer buffer = {};
-    buffer.width = 0x20000000;  // x 12 and x 14 overflow, x 2 does not
-    buffer.height = 1;
-    buffer.Addr[0] = buffer.Addr[1] = plane;
-    for (uint32_t format : {3u, 4u}) {
-        buffer.format = format;
-        EXPECT_DEATH(ZOLBufferUtil::ZOLBufferDump(&buffer, path.c_str()), "overflow");
-    }
-    buffer.width = 0x80000000u;
+    // Width x 12 and x 14 overflow, x 2 does not; then a width whose x 2 does.
+    ZOLImageBuffer buffer = {3, 0x20000000, 1, 0, 1, 0, {plane, plane}, {}, nullptr, nullptr};
+    EXPECT_DEATH(ZOLBufferUtil::ZOLBufferDump(&buffer, path.c_str()), "overflow");
+    buffer.format = 4;
+    EXPECT_DEATH(ZOLBufferUtil::ZOLBufferDump(&buffer, path.c_str()), "overflow");
     buffer.format = 5;
+    buffer.width = 0x80000000u;
     EXPECT_DEATH(ZOLBufferUtil::ZOLReadBuffer(&buffer, &path[0]), "overflow");
     ZOLImageBuffer dst = buffer;
     EXPECT_DEATH(ZOLBufferUtil::ZOLBufferCopy(&dst, &buffer), "overflow");
 }
 
 // Bare names, depth-first; a subdirectory is entered only when its bare name is found from the
-// working directory, so only from inside the walked directory.
+// working directory, so only from inside the walked directory. (Hidden names and a missing
+// directory: the simulation's replay tests.)
 TEST(TraveDir, ListsVisibleNamesAndDescendsFromTheWorkingDirectoryOnly) {
     const struct {
         std::vector<std::string> files;
@@ -215,13 +170,11 @@ TEST(TraveDir, ListsVisibleNamesAndDescendsFromTheWorkingDirectoryOnly) {
         int depth;
         std::vector<std::string> names;  // after "kept"
     } rows[] = {
-        {{"d/.h", "d/x"}, false, 2, {"x"}},
         {{"d/sub/inner", "d/sub/.hidden"}, false, 0, {"sub"}},
         {{"d/sub/inner", "d/sub/.hidden"}, true, 0, {"sub", "inner"}},
         {{"d/sub/inner"}, true, 2, {"sub"}},
         {{"d/a/a/leaf"}, true, 1, {"a", "a"}},  // inside a, "a" is looked up in d again
         {{"d/a/a/leaf"}, true, 0, {"a", "a", "a"}},
-        {{"e"}, false, 0, {}},  // no such directory
         {{"d"}, false, 0, {}},  // a file
     };
     char previous[PATH_MAX];
@@ -241,12 +194,9 @@ TEST(TraveDir, ListsVisibleNamesAndDescendsFromTheWorkingDirectoryOnly) {
 }
 
 TEST(GetFileName, PointsBehindTheLastSlash) {
-    const struct {
-        const char* path;
-        size_t offset;
-    } rows[] = {{"a/b/c.yuv", 4}, {"frame.yuv", 0}, {"/data/dir/", 10}, {"/x", 1}};
-    for (const auto& row : rows) {
-        EXPECT_EQ(row.path + row.offset, ZOLGetFileName(row.path)) << row.path;
+    for (const auto& [path, offset] : {std::pair("a/b/c.yuv", 4), std::pair("frame.yuv", 0),
+                                       std::pair("/data/dir/", 10), std::pair("/x", 1)}) {
+        EXPECT_EQ(path + offset, ZOLGetFileName(path)) << path;
     }
 }
 
