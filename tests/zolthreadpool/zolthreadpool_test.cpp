@@ -26,10 +26,9 @@ ZOLThreadContext Context(uint64_t seed) {
     return {{seed, seed << 8, seed << 16, seed << 24, seed << 32}};
 }
 
-// A task's run: its index (the argument), its thread and that thread's context entry then.
+// A task's run: its index (the argument) and its thread's context entry then.
 struct Call {
     int index;
-    pid_t tid;
     int contextResult;
     ZOLThreadContext context;
 };
@@ -56,8 +55,8 @@ std::vector<int> Ran(size_t n = 0) {
 
 void Record(void* arg, uint32_t argSize) {
     EXPECT_EQ(sizeof(int), argSize);
-    Call call{*static_cast<const int*>(arg), gettid(), 0, {}};
-    call.contextResult = CM::GetContextByThreadId(call.tid, call.context);
+    Call call{*static_cast<const int*>(arg), 0, {}};
+    call.contextResult = CM::GetContextByThreadId(gettid(), call.context);
     std::lock_guard<std::mutex> lock(g_mutex);
     g_calls.push_back(call);
 }
