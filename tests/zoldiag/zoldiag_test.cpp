@@ -11,6 +11,7 @@ namespace {
 
 const ZOLDiagAlgoType kA = static_cast<ZOLDiagAlgoType>(7);
 const ZOLDiagAlgoType kB = static_cast<ZOLDiagAlgoType>(-3);
+const ZOLDiagAlgoType kC = static_cast<ZOLDiagAlgoType>(9);  // never registered
 
 _TuningMode Tuning(uint16_t first) {
     return {first, 2, 3, 4, 5, 6, 0xFFFF};
@@ -31,17 +32,10 @@ TEST(DiagRegistry, SettersMergeAndLookupsHonourEveryBound) {
         ZOLDiagAlgoType type;
         int mode, index;
         std::pair<bool, int> found;
-    } rows[] = {{kA, 1, 0, {true, -2}},
-                {kA, 1, 2, {true, 2}},
-                {kA, 1, 3, {false, 0}},
-                {kA, 1, -1, {false, 0}},
-                {kA, 2, 1, {true, 22}},
-                {kA, 3, 0, {false, 0}},
-                {kA, 4, 0, {true, 41}},
-                {kA, 5, 0, {false, 0}},
-                {kB, 1, 0, {true, 30}},
-                {kB, 2, 0, {false, 0}},
-                {static_cast<ZOLDiagAlgoType>(9), 1, 0, {false, 0}}};
+    } rows[] = {{kA, 1, 0, {true, -2}},  {kA, 1, 2, {true, 2}},  {kA, 1, 3, {false, 0}},
+                {kA, 1, -1, {false, 0}}, {kA, 2, 1, {true, 22}}, {kA, 3, 0, {false, 0}},
+                {kA, 4, 0, {true, 41}},  {kA, 5, 0, {false, 0}}, {kB, 1, 0, {true, 30}},
+                {kB, 2, 0, {false, 0}},  {kC, 1, 0, {false, 0}}};
     for (const auto& row : rows) {
         EXPECT_EQ(row.found, DiagUtils::GetEVInfo(row.type, row.mode, row.index))
             << row.type << " " << row.mode << " " << row.index;
