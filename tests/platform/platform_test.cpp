@@ -1,7 +1,12 @@
-// The host stand-ins for the platform's properties and device paths, and the fatal-error
-// helpers. The DMA-buf and graphic buffer stand-ins are tested through the buffer allocator.
+// The host stand-ins for the platform's properties and device paths, and the descriptor and
+// fatal-error helpers. The DMA-buf and graphic buffer stand-ins are tested through the buffer
+// allocator.
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <climits>
 #include <cstdint>
 #include <cstdlib>
@@ -9,6 +14,7 @@
 #include "platform/devicepath.h"
 #include "platform/properties.h"
 #include "zoltoolsdef/zolfatal.h"
+#include "zoltoolsdef/zolfd.h"
 
 namespace {
 
@@ -61,6 +67,18 @@ TEST(DevicePath, DataAndVendorPathsFollowTheDeviceRoot) {
         row.root != nullptr ? setenv("ZOL_DEVICE_ROOT", row.root, 1) : unsetenv("ZOL_DEVICE_ROOT");
         EXPECT_EQ(row.expected, zol::DevicePath(row.path)) << (row.path ? row.path : "null");
     }
+}
+
+// The owner closes its descriptor, 0 included, and keeps errno across the close.
+TEST(UniqueFd, ClosesItsDescriptorKeepingErrno) {
+    ASSERT_EQ(0, close(0));  // a process of its own: 0 becomes the lowest free descriptor
+    {
+        const zol::UniqueFd fd = zol::Open("/dev/null", O_RDONLY);
+        ASSERT_EQ(0, fd.get());
+        errno = ENOSPC;
+    }
+    EXPECT_EQ(ENOSPC, errno);
+    EXPECT_EQ(-1, fcntl(0, F_GETFD)) << "still open";
 }
 
 TEST(FatalDeathTest, OverflowsIndicesAndConditionsAbortWithTheirText) {

@@ -293,11 +293,11 @@ TEST(AlgoSimulation, MessagesAtLevelD) {
     Request one({{8, 4}}, 8, 1);
     std::string db = "dbdb", bad = root.Resolve("/missing/file");
     sim.Initialize();  // no parent: fails
-    sim.writerRequestBuffer(one.buffers, &bad[0]);
-    sim.readRequestBuffer(one.buffers, &bad[0]);
+    EXPECT_FALSE(sim.writerRequestBuffer(one.buffers, &bad[0]));
+    EXPECT_FALSE(sim.readRequestBuffer(one.buffers, &bad[0]));
     sim.dumpDatabase(Db(db), 4, &bad[0]);
     sim.readDatabase(Db(db), 4, &bad[0]);
-    sim.readSimulationInfo(one.buffers, Db(db), 4);
+    EXPECT_FALSE(sim.readSimulationInfo(one.buffers, Db(db), 4));
     root.MakeDir("/data/vendor/camera");
     sim.Initialize();
     sim.saveSimulationInfo(one.buffers, Db(db), 4);
