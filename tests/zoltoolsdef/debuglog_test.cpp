@@ -1,7 +1,8 @@
 // The debug log, with the offline log on: the level read at load, which severities it lets
 // through, and what reaches the Android log (tag, priority, cut) and the offline log's files,
-// where the text is formatted a second time. Built once per level property (CMakeLists.txt);
-// ZOLTEST_EXPECTED_LEVEL is the level the binary's property must give.
+// where the text is formatted a second time; and the host log switch. Built once per
+// environment (CMakeLists.txt); ZOLTEST_EXPECTED_LEVEL and ZOLTEST_EXPECTED_PRIORITY are what
+// the binary's environment must give.
 #include <android/log.h>
 #include <gtest/gtest.h>
 
@@ -16,10 +17,14 @@
 
 namespace {
 
-TEST(DebugLog, LevelIsReadWhenTheLibraryLoads) {
-    const char* expected = std::getenv("ZOLTEST_EXPECTED_LEVEL");
-    ASSERT_NE(nullptr, expected);
-    EXPECT_EQ(std::atoi(expected), ZOLToolsLogLevel);
+// The level, and the host log switch (ZOL_HOST_LOG_PRIORITY: one letter sets liblog's minimum
+// priority, anything else leaves it), are read when the library loads.
+TEST(DebugLog, LevelAndHostLogPriorityAreReadWhenTheLibraryLoads) {
+    const char* level = std::getenv("ZOLTEST_EXPECTED_LEVEL");
+    const char* priority = std::getenv("ZOLTEST_EXPECTED_PRIORITY");
+    ASSERT_TRUE(level != nullptr && priority != nullptr);
+    EXPECT_EQ(std::atoi(level), ZOLToolsLogLevel);
+    EXPECT_EQ(std::atoi(priority), __android_log_get_minimum_priority());
 }
 
 TEST(DebugLog, EachSeverityReachesBothLogsWithItsPriorityAndLetter) {
