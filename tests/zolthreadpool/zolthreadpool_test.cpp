@@ -70,6 +70,11 @@ void MapOwn(void* arg, uint32_t argSize) {  // the worker maps a context of its 
     CM::MapContextToThreadId(gettid(), &own);
     Record(arg, argSize);
 }
+ZOLThreadPool* g_pool = nullptr;
+void StopOwnPool(void* arg, uint32_t argSize) {  // a task that stops the pool running it
+    g_pool->DeInit();
+    Record(arg, argSize);
+}
 
 void Submit(ZOLThreadPool& pool, const ZOLThreadPoolTask& task) {
     {
@@ -102,7 +107,7 @@ std::vector<uint32_t> PendingCommands(ZOLThreadPool& pool) {
 // reports a free of `unowned`). Init reports workers that could not start. An exit record ends
 // exactly one worker; every other task runs once. DeInit drops what is pending unrun, then
 // still sends one exit record per started worker, behind the tasks running now. Init works
-// again after DeInit, and the destructor ends that run.
+// again after DeInit; a task may stop its own pool, and the destructor then ends its worker.
 TEST(ThreadPool, Lifecycle) {
     ZOLThreadPool pool;
     Submit(pool, -1);
@@ -151,9 +156,11 @@ TEST(ThreadPool, Lifecycle) {
     EXPECT_TRUE(pool.m_workers.empty());
     EXPECT_EQ(std::vector<uint32_t>{1}, PendingCommands(pool)) << "three for two live workers";
     ASSERT_TRUE(pool.Init(2));
-    Submit(pool, 105);
+    g_pool = &pool;
+    Submit(pool, 105, StopOwnPool);
     all.push_back(105);
     EXPECT_EQ(all, Ran(103));
+    EXPECT_EQ(1u, pool.m_workers.size()) << "the task's own worker, kept for a later DeInit";
 }
 
 // One worker takes the records in order. Records that must not run are dropped (the leak check
