@@ -215,10 +215,7 @@ TEST(AlgoSimulation, ReplayReadsEachFileByItsName) {
     };
     for (const auto& row : rows) {
         root.WriteFile(kBase + "A/database.bin", row.database);
-        Request into(std::vector<std::pair<uint32_t, uint32_t>>(row.buffers, {8, 4}), 8, 1);
-        for (const auto& image : into.images) {
-            image->Fill(0xEE);
-        }
+        Request into(std::vector<std::pair<uint32_t, uint32_t>>(row.buffers, {8, 4}), 8, 50);
         const std::vector<ZOLImageBuffer> given = into.buffers;
         std::string db(row.size, '.');
         zoltest::LogCapture log;
@@ -263,6 +260,7 @@ TEST(AlgoSimulation, ReplayedRecordsNeverTakeAFrameReadPastThePlanes) {
         {0, 64, 1, 64, false},          // one row, longer than the plane
         {0, 8, 4, 4096, false},         // rows too far apart
         {0, 8, 4, 0xFFFFFFF8u, false},  // a negative stride
+        {0, 1, 4096, 0, false},         // more one-byte rows, all at one address, than bytes
         {5, 0x80000000u, 4, 8, false},  // a row size that overflows
         {6, 4, 4, 8, false},            // a second plane the caller's format has not
         {0, 8, 2, 8, true},             // fewer rows: read
