@@ -1,8 +1,12 @@
-// The host stand-ins for the platform's properties and device paths, and the fatal-error
-// helpers. The DMA-buf allocator and graphic buffer stand-ins are tested through the buffer
-// allocator (tests/zolbuffermanager).
+// The host stand-ins for the platform's properties and device paths, and the descriptor and
+// fatal-error helpers. The DMA-buf and graphic buffer stand-ins are tested through the buffer
+// allocator.
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <climits>
 #include <cstdint>
 #include <cstdlib>
@@ -10,6 +14,7 @@
 #include "platform/devicepath.h"
 #include "platform/properties.h"
 #include "zoltoolsdef/zolfatal.h"
+#include "zoltoolsdef/zolfd.h"
 
 namespace {
 
@@ -17,17 +22,17 @@ TEST(Properties, TheEnvironmentVariableOfTheSameNameOrTheDefault) {
     EXPECT_EQ(3, property_get_int32("persist.vendor.camera.zoltools.loglevel", 5));  // from ctest
     EXPECT_EQ(7, property_get_int32("zoltest.property.unset", 7));
     EXPECT_EQ(7, property_get_int32(nullptr, 7));
+    auto read = [](const char* value) {
+        setenv("zoltest.property.value", value, 1);
+        return property_get_int32("zoltest.property.value", 7);
+    };
+    for (const char* junk : {"", "abc", "12abc", "3 ", "0x", "2147483648", "-2147483649"}) {
+        EXPECT_EQ(7, read(junk)) << junk;
+    }
     const struct {
         const char* value;
         int32_t expected;
-    } rows[] = {{"", 7},
-                {"abc", 7},
-                {"12abc", 7},
-                {"3 ", 7},
-                {"0x", 7},
-                {"2147483648", 7},
-                {"-2147483649", 7},
-                {"0x10", 16},
+    } rows[] = {{"0x10", 16},
                 {"-1", -1},
                 {" 42", 42},
                 {"010", 8},
@@ -35,8 +40,7 @@ TEST(Properties, TheEnvironmentVariableOfTheSameNameOrTheDefault) {
                 {"2147483647", INT32_MAX},
                 {"-2147483648", INT32_MIN}};
     for (const auto& row : rows) {
-        setenv("zoltest.property.value", row.value, 1);
-        EXPECT_EQ(row.expected, property_get_int32("zoltest.property.value", 7)) << row.value;
+        EXPECT_EQ(row.expected, read(row.value)) << row.value;
     }
 }
 
@@ -63,6 +67,18 @@ TEST(DevicePath, DataAndVendorPathsFollowTheDeviceRoot) {
         row.root != nullptr ? setenv("ZOL_DEVICE_ROOT", row.root, 1) : unsetenv("ZOL_DEVICE_ROOT");
         EXPECT_EQ(row.expected, zol::DevicePath(row.path)) << (row.path ? row.path : "null");
     }
+}
+
+// The owner closes its descriptor, 0 included, and keeps errno across the close.
+TEST(UniqueFd, ClosesItsDescriptorKeepingErrno) {
+    ASSERT_EQ(0, close(0));  // a process of its own: 0 becomes the lowest free descriptor
+    {
+        const zol::UniqueFd fd = zol::Open("/dev/null", O_RDONLY);
+        ASSERT_EQ(0, fd.get());
+        errno = ENOSPC;
+    }
+    EXPECT_EQ(ENOSPC, errno);
+    EXPECT_EQ(-1, fcntl(0, F_GETFD)) << "still open";
 }
 
 TEST(FatalDeathTest, OverflowsIndicesAndConditionsAbortWithTheirText) {

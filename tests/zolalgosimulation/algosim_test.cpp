@@ -1,6 +1,7 @@
-// Saving and replaying algorithm inputs, in save mode (the property unset). Every TEST is a
-// process of its own. The save and replay of a real wrapper across two processes is the
-// example's test (tests/tools).
+// Saving and replaying algorithm inputs, in save mode (the property unset), and with the mode
+// off (SimulationOff, in binaries of their own: CMakeLists.txt). Every TEST is a process of its
+// own. The save and replay of a real wrapper across two processes is the example's test
+// (tests/tools).
 #include <gtest/gtest.h>
 
 #include <android/log.h>
@@ -72,17 +73,17 @@ std::vector<int64_t> Fields(const ZOLImageBuffer& b) {
             b.numberOfPlanes, b.fd[0], b.fd[1],  b.fd[2],       b.fd[3]};
 }
 
-TEST(AlgoSimulation, SaveFolderIsNamedFromTheLocalTimeWithMilliseconds) {
-    zoltest::DeviceRoot root;
-    struct tm local = {7, 5, 9, 3, 2, 126, 0, 0, 0, 0, nullptr};  // 3 March, 09:05:07
-    char folder[zol::algosim::kFolderPathBytes];
-    zol::algosim::SaveFolderPath(folder, local, 42999);
-    EXPECT_EQ(root.Resolve(kBase) + "SimulationIntputInfo_0303090507042/", folder);
-}
-
+// A save makes a folder (0700) below the base folder, which it never makes itself, named from
+// the local time to the millisecond. Every buffer is dumped with the first buffer's stride,
+// slice height and plane count; only fd0 is synchronised around each dump, and nothing when
+// that plane count is 0. The database file holds the block's bytes.
 TEST(AlgoSimulation, SaveWritesRecordsFramesWithTheFirstBuffersLayoutAndTheDatabase) {
     EXPECT_EQ(1, ZOLAlgoSimulationMode) << "saving is the default";
     SimRoot root("/data/vendor/camera");
+    struct tm local = {7, 5, 9, 3, 2, 126, 0, 0, 0, 0, nullptr};  // 3 March, 09:05:07
+    char named[zol::algosim::kFolderPathBytes];
+    zol::algosim::SaveFolderPath(named, local, 42999);
+    EXPECT_EQ(root.base() + "SimulationIntputInfo_0303090507042/", named);
     ZOLAlgoSimulation sim;
     Request request({{6, 4}, {3, 2}}, 16, 1);
     std::vector<ZOLImageBuffer>& buffers = request.buffers;
@@ -118,7 +119,6 @@ TEST(AlgoSimulation, SaveWritesRecordsFramesWithTheFirstBuffersLayoutAndTheDatab
                                  0, 3, 2, 4,  2, 2, 601, 0,   0, 0};  // each its own stride
     EXPECT_EQ(std::string(reinterpret_cast<const char*>(records), 80),
               ReadFile(folder + "requestInfo.bin"));
-    // Only fd0 is synchronised around each dump, read and write.
     for (const char* line : {"Start CPU Sync Buffer, fd: 501, sync type: 3,",
                              "Start CPU Sync Buffer, fd: 601, sync type: 3,",
                              "End CPU Sync Buffer, fd: 501,", "End CPU Sync Buffer, fd: 601,"}) {
@@ -126,21 +126,23 @@ TEST(AlgoSimulation, SaveWritesRecordsFramesWithTheFirstBuffersLayoutAndTheDatab
     }
     EXPECT_EQ(4u, log.Count("CPU Sync Buffer"));
 
-    // No planes (the first buffer's count): no synchronisation. No buffers: no records; no
-    // database bytes: an empty file.
-    zoltest::RemoveTree(folder);
-    buffers.resize(1);
-    buffers[0].numberOfPlanes = 0;
-    log.Clear();
-    ASSERT_TRUE(sim.saveSimulationInfo(buffers, Db(db), 8));
-    EXPECT_EQ(0u, log.Count("CPU Sync Buffer"));
-    zoltest::RemoveTree(root.base() + zoltest::ListDir(root.base()).at(0));
-    buffers.clear();
-    ASSERT_TRUE(sim.saveSimulationInfo(buffers, Db(db), 0));
-    const std::string empty = root.base() + zoltest::ListDir(root.base()).at(0) + "/";
-    EXPECT_EQ((std::vector<std::string>{"database.bin", "requestInfo.bin"}),
-              zoltest::ListDir(empty));
-    EXPECT_EQ("", ReadFile(empty + "requestInfo.bin") + ReadFile(empty + "database.bin"));
+    const struct {
+        size_t buffers;
+        uint32_t planes;  // the first buffer's
+        unsigned databaseSize;
+        size_t syncLines;
+    } rows[] = {{2, 1, 1, 4}, {1, 0, 8, 0}, {0, 0, 0, 0}};
+    for (const auto& row : rows) {
+        zoltest::RemoveTree(root.base() + zoltest::ListDir(root.base()).at(0));
+        buffers[0].numberOfPlanes = row.planes;
+        std::vector<ZOLImageBuffer> some(buffers.begin(), buffers.begin() + row.buffers);
+        log.Clear();
+        ASSERT_TRUE(sim.saveSimulationInfo(some, Db(db), row.databaseSize));
+        const std::string saved = root.base() + zoltest::ListDir(root.base()).at(0) + "/";
+        EXPECT_EQ(row.syncLines, log.Count("CPU Sync Buffer")) << row.planes;
+        EXPECT_EQ(40 * row.buffers, ReadFile(saved + "requestInfo.bin").size());
+        EXPECT_EQ(db.substr(0, row.databaseSize), ReadFile(saved + "database.bin"));
+    }
 }
 
 // Each replay takes the next folder in listing order, wrapping around; names that begin with
@@ -213,10 +215,7 @@ TEST(AlgoSimulation, ReplayReadsEachFileByItsName) {
     };
     for (const auto& row : rows) {
         root.WriteFile(kBase + "A/database.bin", row.database);
-        Request into(std::vector<std::pair<uint32_t, uint32_t>>(row.buffers, {8, 4}), 8, 1);
-        for (const auto& image : into.images) {
-            image->Fill(0xEE);
-        }
+        Request into(std::vector<std::pair<uint32_t, uint32_t>>(row.buffers, {8, 4}), 8, 50);
         const std::vector<ZOLImageBuffer> given = into.buffers;
         std::string db(row.size, '.');
         zoltest::LogCapture log;
@@ -261,6 +260,7 @@ TEST(AlgoSimulation, ReplayedRecordsNeverTakeAFrameReadPastThePlanes) {
         {0, 64, 1, 64, false},          // one row, longer than the plane
         {0, 8, 4, 4096, false},         // rows too far apart
         {0, 8, 4, 0xFFFFFFF8u, false},  // a negative stride
+        {0, 1, 4096, 0, false},         // more one-byte rows, all at one address, than bytes
         {5, 0x80000000u, 4, 8, false},  // a row size that overflows
         {6, 4, 4, 8, false},            // a second plane the caller's format has not
         {0, 8, 2, 8, true},             // fewer rows: read
@@ -291,11 +291,11 @@ TEST(AlgoSimulation, MessagesAtLevelD) {
     Request one({{8, 4}}, 8, 1);
     std::string db = "dbdb", bad = root.Resolve("/missing/file");
     sim.Initialize();  // no parent: fails
-    sim.writerRequestBuffer(one.buffers, &bad[0]);
-    sim.readRequestBuffer(one.buffers, &bad[0]);
+    EXPECT_FALSE(sim.writerRequestBuffer(one.buffers, &bad[0]));
+    EXPECT_FALSE(sim.readRequestBuffer(one.buffers, &bad[0]));
     sim.dumpDatabase(Db(db), 4, &bad[0]);
     sim.readDatabase(Db(db), 4, &bad[0]);
-    sim.readSimulationInfo(one.buffers, Db(db), 4);
+    EXPECT_FALSE(sim.readSimulationInfo(one.buffers, Db(db), 4));
     root.MakeDir("/data/vendor/camera");
     sim.Initialize();
     sim.saveSimulationInfo(one.buffers, Db(db), 4);
@@ -324,6 +324,21 @@ TEST(AlgoSimulation, MessagesAtLevelD) {
     for (const auto& row : rows) {
         EXPECT_EQ(row.count, log.Matching(ANDROID_LOG_DEBUG, row.text)) << row.text;
     }
+}
+
+// With the mode property at anything but 1 or 2 the facility does nothing at all.
+TEST(SimulationOff, OnAlgoSimulationNeitherSavesNorReplays) {
+    SimRoot root;
+    root.WriteFile(kBase + "A/database.bin", "saved");
+    ZOLAlgoSimulation sim;
+    sim.Initialize();
+    std::vector<ZOLImageBuffer> buffers;
+    std::string db = "mine!";
+    zoltest::LogCapture log;
+    EXPECT_TRUE(sim.OnAlgoSimulation(buffers, Db(db), 5));
+    EXPECT_EQ(std::vector<std::string>{"A"}, zoltest::ListDir(root.base()));
+    EXPECT_EQ("mine!", db);
+    EXPECT_TRUE(log.Lines().empty());
 }
 
 }  // namespace

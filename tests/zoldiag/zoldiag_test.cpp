@@ -1,9 +1,9 @@
 // The registries of expected EV values and tuning modes, and the checks against them.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <limits>
-#include <tuple>
 
 #include "zoldiag.h"
 
@@ -11,14 +11,10 @@ namespace {
 
 const ZOLDiagAlgoType kA = static_cast<ZOLDiagAlgoType>(7);
 const ZOLDiagAlgoType kB = static_cast<ZOLDiagAlgoType>(-3);
+const ZOLDiagAlgoType kC = static_cast<ZOLDiagAlgoType>(9);  // never registered
 
 _TuningMode Tuning(uint16_t first) {
     return {first, 2, 3, 4, 5, 6, 0xFFFF};
-}
-
-auto Fields(const _TuningMode& t) {
-    return std::make_tuple(t.subMode0, t.subMode1, t.subMode2, t.subMode3, t.subMode4, t.subMode5,
-                           t.subMode6);
 }
 
 // Setting one entry, a record or a whole map (through its list of records) sets exactly those
@@ -36,17 +32,10 @@ TEST(DiagRegistry, SettersMergeAndLookupsHonourEveryBound) {
         ZOLDiagAlgoType type;
         int mode, index;
         std::pair<bool, int> found;
-    } rows[] = {{kA, 1, 0, {true, -2}},
-                {kA, 1, 2, {true, 2}},
-                {kA, 1, 3, {false, 0}},
-                {kA, 1, -1, {false, 0}},
-                {kA, 2, 1, {true, 22}},
-                {kA, 3, 0, {false, 0}},
-                {kA, 4, 0, {true, 41}},
-                {kA, 5, 0, {false, 0}},
-                {kB, 1, 0, {true, 30}},
-                {kB, 2, 0, {false, 0}},
-                {static_cast<ZOLDiagAlgoType>(9), 1, 0, {false, 0}}};
+    } rows[] = {{kA, 1, 0, {true, -2}},  {kA, 1, 2, {true, 2}},  {kA, 1, 3, {false, 0}},
+                {kA, 1, -1, {false, 0}}, {kA, 2, 1, {true, 22}}, {kA, 3, 0, {false, 0}},
+                {kA, 4, 0, {true, 41}},  {kA, 5, 0, {false, 0}}, {kB, 1, 0, {true, 30}},
+                {kB, 2, 0, {false, 0}},  {kC, 1, 0, {false, 0}}};
     for (const auto& row : rows) {
         EXPECT_EQ(row.found, DiagUtils::GetEVInfo(row.type, row.mode, row.index))
             << row.type << " " << row.mode << " " << row.index;
@@ -74,7 +63,7 @@ TEST(DiagRegistry, SettersMergeAndLookupsHonourEveryBound) {
     for (const auto& row : tunings) {
         const std::pair<bool, _TuningMode> found = DiagUtils::GetTunInfo(row.type, row.mode);
         EXPECT_EQ(row.found, found.first) << row.type << " " << row.mode;
-        EXPECT_EQ(Fields(row.tuning), Fields(found.second));
+        EXPECT_EQ(0, std::memcmp(&row.tuning, &found.second, sizeof(_TuningMode)));
     }
     EXPECT_EQ(2u, DiagUtils::m_tunInfo.size());
     EXPECT_EQ(2u, DiagUtils::m_tunInfo.at(kA).size());
@@ -89,33 +78,22 @@ TEST(DiagChecks, ReturnValueAgainstAListOfCodes) {
 }
 
 // The low halves of the sub-mode words of the first seven entries (offsets 8, 16, ... 56) are
-// compared, and nothing else.
+// compared, and nothing else: not their high halves, the count, the mode types, entries 7 on.
 TEST(DiagChecks, TuningParamComparesSevenLowSubModeHalves) {
-    ChiTuningModeParameter param;
-    auto set = [&](size_t offset, uint32_t value) {
-        std::memcpy(reinterpret_cast<unsigned char*>(&param) + offset, &value, sizeof(value));
-    };
-    auto fill = [&](uint32_t upperHalf, uint32_t other) {
-        std::memset(&param, 0, sizeof(param));
-        for (size_t offset = 0; offset + 4 <= sizeof(param); offset += 4) {
-            set(offset, other);  // the count, the mode types, entries 7 on
-        }
-        for (uint32_t i = 0; i < 7; ++i) {
-            set(8 + 8 * i, upperHalf | (0x100u + i));
-        }
-    };
     DiagUtils::SetTuningInfo(kA, 1, {0x100, 0x101, 0x102, 0x103, 0x104, 0x105, 0x106});
-    fill(0, 0);
-    EXPECT_TRUE(DiagUtils::CheckTuningParam(param, kA, 1));
-    fill(0xABCD0000u, 0xDEADBEEF);
-    EXPECT_TRUE(DiagUtils::CheckTuningParam(param, kA, 1));
-    EXPECT_FALSE(DiagUtils::CheckTuningParam(param, kA, 2));
-    EXPECT_FALSE(DiagUtils::CheckTuningParam(param, kB, 1));
-    for (uint32_t i = 0; i < 7; ++i) {
-        fill(0, 0);
-        set(8 + 8 * i, 0x101u + i);
-        EXPECT_FALSE(DiagUtils::CheckTuningParam(param, kA, 1)) << "entry " << i;
+    for (int wrong = -2; wrong < 7; ++wrong) {  // -2: all match; -1: all match, other bits set
+        uint32_t words[sizeof(ChiTuningModeParameter) / 4];
+        std::fill(std::begin(words), std::end(words), wrong == -1 ? 0xDEADBEEF : 0);
+        for (int i = 0; i < 7; ++i) {
+            words[2 + 2 * i] = (wrong == -1 ? 0xABCD0000u : 0) | (0x100u + i + (i == wrong));
+        }
+        ChiTuningModeParameter param;
+        std::memcpy(&param, words, sizeof(words));
+        EXPECT_EQ(wrong < 0, DiagUtils::CheckTuningParam(param, kA, 1)) << "entry " << wrong;
     }
+    ChiTuningModeParameter zero = {};
+    EXPECT_FALSE(DiagUtils::CheckTuningParam(zero, kA, 2));
+    EXPECT_FALSE(DiagUtils::CheckTuningParam(zero, kB, 1));
 }
 
 TEST(DiagChecks, LumaWithinATenthOfAPositiveReference) {

@@ -65,7 +65,10 @@ struct Hold {
     }
 };
 
+// Signals are served in raise order, once per registration; every step is logged at level I
+// with the instance's address.
 TEST(SignalTask, ServesSignalsInRaiseOrderOncePerRegistration) {
+    zoltest::LogCapture capture;
     WrapperTask a = Mark('a');
     const auto bAlive = Unheld(11, Mark('b'));
     EXPECT_EQ(2u, S()->insert(10, WrapperTask(a)));
@@ -100,6 +103,29 @@ TEST(SignalTask, ServesSignalsInRaiseOrderOncePerRegistration) {
     S()->insert(15);  // queued without waking the loop: notify wakes it
     S()->notify();
     EXPECT_TRUE(zoltest::WaitUntil([&] { return e.done->load(); }));
+    S()->remove(77);
+    S()->remove();
+    const std::string at = "() [" + zoltest::Address(S()) + "] ";
+    const struct {
+        const char* line;
+        size_t count;
+    } rows[] = {
+        {"insert#try connect 10", 1},
+        {"insert#success connect 10 with 2 tasks left", 1},
+        {"insert#try signal 10", 3},  // one of them while 10 was pending: only the attempt
+        {"insert#success signal 10 with 1 signals left", 2},
+        {"insert#success signal 11 with 2 signals left", 1},
+        {"loop#task 10 done", 1},
+        {"remove#disconnect 77", 1},
+        {"remove#disconnect all", 1},
+    };
+    for (const auto& row : rows) {
+        std::string line = row.line;
+        const std::string pattern = "zolsignaltask.cpp:# " + line.replace(line.find('#'), 1, at);
+        EXPECT_EQ(row.count, capture.Matching(ANDROID_LOG_INFO, pattern)) << pattern;
+    }
+    EXPECT_LE(1u,
+              capture.Matching(ANDROID_LOG_INFO, "zolsignaltask.cpp:# loop" + at + "loop alive"));
 }
 
 // Tasks dropped unrun: replaced by a new registration (its flag left as it was), disconnected
@@ -147,44 +173,6 @@ TEST(SignalTaskDeathTest, SignallingATaskWithoutCallableAborts) {
             zoltest::WaitUntil([] { return false; }, 60);
         },
         "signalled task has no callable");
-}
-
-// Every line of the signal task, exactly, at level I.
-TEST(SignalTaskLog, LinesAtLevelI) {
-    zoltest::LogCapture capture;
-    const std::string at = "() [" + zoltest::Address(S()) + "] ";
-    WrapperTask task = Make([] {});
-    S()->insert(42, WrapperTask(task));
-    S()->signal(42);
-    ASSERT_TRUE(zoltest::WaitUntil([&] { return task.done->load(); }));
-    S()->remove(77);
-    S()->remove();
-    {
-        Hold hold;
-        S()->insert(43);
-        S()->insert(43);  // already pending: only the attempt is logged
-    }
-    const struct {
-        const char* line;
-        size_t count;
-    } rows[] = {
-        {"insert#try connect 42", 1},
-        {"insert#success connect 42 with 1 tasks left", 1},
-        {"insert#try signal 42", 1},
-        {"insert#success signal 42 with 1 signals left", 1},
-        {"loop#task 42 done", 1},
-        {"remove#disconnect 77", 1},
-        {"remove#disconnect all", 1},
-        {"insert#try signal 43", 2},
-        {"insert#success signal 43 with 1 signals left", 1},
-    };
-    for (const auto& row : rows) {
-        std::string line = row.line;
-        const std::string pattern = "zolsignaltask.cpp:# " + line.replace(line.find('#'), 1, at);
-        EXPECT_EQ(row.count, capture.Matching(ANDROID_LOG_INFO, pattern)) << pattern;
-    }
-    EXPECT_LE(1u,
-              capture.Matching(ANDROID_LOG_INFO, "zolsignaltask.cpp:# loop" + at + "loop alive"));
 }
 
 }  // namespace

@@ -26,10 +26,9 @@ ZOLThreadContext Context(uint64_t seed) {
     return {{seed, seed << 8, seed << 16, seed << 24, seed << 32}};
 }
 
-// A task's run: its index (the argument), its thread and that thread's context entry then.
+// A task's run: its index (the argument) and its thread's context entry then.
 struct Call {
     int index;
-    pid_t tid;
     int contextResult;
     ZOLThreadContext context;
 };
@@ -56,8 +55,8 @@ std::vector<int> Ran(size_t n = 0) {
 
 void Record(void* arg, uint32_t argSize) {
     EXPECT_EQ(sizeof(int), argSize);
-    Call call{*static_cast<const int*>(arg), gettid(), 0, {}};
-    call.contextResult = CM::GetContextByThreadId(call.tid, call.context);
+    Call call{*static_cast<const int*>(arg), 0, {}};
+    call.contextResult = CM::GetContextByThreadId(gettid(), call.context);
     std::lock_guard<std::mutex> lock(g_mutex);
     g_calls.push_back(call);
 }
@@ -69,6 +68,11 @@ void Blocking(void* arg, uint32_t argSize) {
 void MapOwn(void* arg, uint32_t argSize) {  // the worker maps a context of its own first
     ZOLThreadContext own = Context(0xC0FFEE);
     CM::MapContextToThreadId(gettid(), &own);
+    Record(arg, argSize);
+}
+ZOLThreadPool* g_pool = nullptr;
+void StopOwnPool(void* arg, uint32_t argSize) {  // a task that stops the pool running it
+    g_pool->DeInit();
     Record(arg, argSize);
 }
 
@@ -103,7 +107,7 @@ std::vector<uint32_t> PendingCommands(ZOLThreadPool& pool) {
 // reports a free of `unowned`). Init reports workers that could not start. An exit record ends
 // exactly one worker; every other task runs once. DeInit drops what is pending unrun, then
 // still sends one exit record per started worker, behind the tasks running now. Init works
-// again after DeInit, and the destructor ends that run.
+// again after DeInit; a task may stop its own pool, and the destructor then ends its worker.
 TEST(ThreadPool, Lifecycle) {
     ZOLThreadPool pool;
     Submit(pool, -1);
@@ -152,9 +156,11 @@ TEST(ThreadPool, Lifecycle) {
     EXPECT_TRUE(pool.m_workers.empty());
     EXPECT_EQ(std::vector<uint32_t>{1}, PendingCommands(pool)) << "three for two live workers";
     ASSERT_TRUE(pool.Init(2));
-    Submit(pool, 105);
+    g_pool = &pool;
+    Submit(pool, 105, StopOwnPool);
     all.push_back(105);
     EXPECT_EQ(all, Ran(103));
+    EXPECT_EQ(1u, pool.m_workers.size()) << "the task's own worker, kept for a later DeInit";
 }
 
 // One worker takes the records in order. Records that must not run are dropped (the leak check

@@ -1,8 +1,12 @@
-// The debug log with the offline log on: what reaches the Android log (tag, priority, cut) and
-// what reaches the offline log's files, where the text is formatted a second time.
+// The debug log, with the offline log on: the level read at load, which severities it lets
+// through, and what reaches the Android log (tag, priority, cut) and the offline log's files,
+// where the text is formatted a second time; and the host log switch. Built once per
+// environment (CMakeLists.txt); ZOLTEST_EXPECTED_LEVEL and ZOLTEST_EXPECTED_PRIORITY are what
+// the binary's environment must give.
 #include <android/log.h>
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <functional>
 #include <string>
 #include <vector>
@@ -12,6 +16,16 @@
 #include "zoltoolsdef.h"
 
 namespace {
+
+// The level, and the host log switch (ZOL_HOST_LOG_PRIORITY: one letter sets liblog's minimum
+// priority, anything else leaves it), are read when the library loads.
+TEST(DebugLog, LevelAndHostLogPriorityAreReadWhenTheLibraryLoads) {
+    const char* level = std::getenv("ZOLTEST_EXPECTED_LEVEL");
+    const char* priority = std::getenv("ZOLTEST_EXPECTED_PRIORITY");
+    ASSERT_TRUE(level != nullptr && priority != nullptr);
+    EXPECT_EQ(std::atoi(level), ZOLToolsLogLevel);
+    EXPECT_EQ(std::atoi(priority), __android_log_get_minimum_priority());
+}
 
 TEST(DebugLog, EachSeverityReachesBothLogsWithItsPriorityAndLetter) {
     zoltest::DeviceRoot root;
@@ -39,7 +53,6 @@ TEST(DebugLog, EachSeverityReachesBothLogsWithItsPriorityAndLetter) {
          'E', "cannot open /data/dump_%s_%d_%n_%%.raw", "cannot open /data/dump_%s_%d_%n_%.raw"},
         {[] { ZOLDebugLogD("%s", "%%%"); }, ANDROID_LOG_DEBUG, 'D', "%%%", "%%"},
     };
-    ZOLToolsLogLevel = 5;
     for (const auto& row : rows) {
         row.log();
         ASSERT_TRUE(ZOLOfflineLog::GetInstance()->WaitForQueuedLines());  // keeps the file order
@@ -62,29 +75,29 @@ int Evaluated() {
     return ++g_evaluated;
 }
 
-// A write to the global takes effect at the next call site; a suppressed message costs no
-// formatting, nor the evaluation of its arguments.
+// A severity passes from its threshold up, whatever the level read at load: a write to the
+// global takes effect at the next call site. A suppressed message costs no formatting, nor the
+// evaluation of its arguments.
 TEST(DebugLog, GuardSkipsSuppressedMessagesWithoutEvaluatingArguments) {
     zoltest::LogCapture capture;
     const struct {
-        int level;
+        int threshold;
         std::function<void()> log;
-        bool passes;
-    } rows[] = {
-        {2, [] { ZOL_LOGD("%d", Evaluated()); }, false},
-        {2, [] { ZOL_LOGI("%d", Evaluated()); }, false},
-        {2, [] { ZOL_LOGW("%d", Evaluated()); }, true},
-        {0, [] { ZOL_LOGE("%d", Evaluated()); }, false},
-        {-7, [] { ZOL_LOGE("%d", Evaluated()); }, false},
-        {3, [] { ZOL_LOGD("%d", Evaluated()); }, true},
-    };
+    } rows[] = {{1, [] { ZOL_LOGE("%d", Evaluated()); }},
+                {2, [] { ZOL_LOGW("%d", Evaluated()); }},
+                {3, [] { ZOL_LOGD("%d", Evaluated()); }},
+                {4, [] { ZOL_LOGI("%d", Evaluated()); }},
+                {5, [] { ZOL_LOGV("%d", Evaluated()); }}};
     for (const auto& row : rows) {
-        ZOLToolsLogLevel = row.level;
-        const int before = g_evaluated;
-        capture.Clear();
-        row.log();
-        EXPECT_EQ(row.passes, g_evaluated == before + 1) << row.level;
-        EXPECT_EQ(row.passes ? 1u : 0u, capture.Lines().size());
+        for (const int level : {-7, row.threshold - 1, row.threshold, 5}) {
+            ZOLToolsLogLevel = level;
+            const int before = g_evaluated;
+            capture.Clear();
+            row.log();
+            const bool passes = level >= row.threshold;
+            EXPECT_EQ(passes, g_evaluated == before + 1) << row.threshold << " at " << level;
+            EXPECT_EQ(passes ? 1u : 0u, capture.Lines().size());
+        }
     }
 }
 
