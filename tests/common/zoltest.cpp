@@ -16,8 +16,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <iterator>
 #include <mutex>
-#include <sstream>
 #include <thread>
 
 extern char** environ;
@@ -117,17 +117,19 @@ std::vector<std::string> LogCapture::Texts(int priority) const {
 }
 
 size_t LogCapture::Count(const std::string& needle) const {
-    const std::vector<std::string> texts = Texts();
-    return static_cast<size_t>(std::count_if(texts.begin(), texts.end(), [&](const auto& text) {
-        return text.find(needle) != std::string::npos;
-    }));
+    size_t count = 0;
+    for (const std::string& text : Texts()) {
+        count += text.find(needle) != std::string::npos;
+    }
+    return count;
 }
 
 size_t LogCapture::Matching(int priority, const std::string& pattern) const {
-    const std::vector<std::string> texts = Texts(priority);
-    return static_cast<size_t>(std::count_if(texts.begin(), texts.end(), [&](const auto& text) {
-        return MatchesPattern(text, pattern);
-    }));
+    size_t count = 0;
+    for (const std::string& text : Texts(priority)) {
+        count += MatchesPattern(text, pattern);
+    }
+    return count;
 }
 
 void LogCapture::Clear() {
@@ -249,8 +251,6 @@ RunResult Run(const std::vector<std::string>& argv, const RunOptions& options) {
     }
     const std::vector<char*> argp = Pointers(args);
     const std::vector<char*> envp = Pointers(environment);
-    const rlim_t limit = static_cast<rlim_t>(options.addressSpaceKb) * 1024;
-    const struct rlimit addressSpace = {limit, limit};
     RunResult result;
     struct rusage usage = {};
     // Only async-signal-safe calls in the child: this process may have other threads.
@@ -260,17 +260,13 @@ RunResult Run(const std::vector<std::string>& argv, const RunOptions& options) {
             dup2(open("/dev/null", O_RDONLY), STDIN_FILENO);
             dup2(open(outPath.c_str(), flags, 0644), STDOUT_FILENO);
             dup2(open(errPath.c_str(), flags, 0644), STDERR_FILENO);
-            if ((!options.cwd.empty() && chdir(options.cwd.c_str()) != 0) ||
-                (limit != 0 && setrlimit(RLIMIT_AS, &addressSpace) != 0)) {
-                _exit(126);
+            if (options.cwd.empty() || chdir(options.cwd.c_str()) == 0) {
+                execve(argp[0], argp.data(), envp.data());
             }
-            execve(argp[0], argp.data(), envp.data());
             _exit(127);
         },
         options.timeoutSeconds, &usage);
     result.maxRssKb = usage.ru_maxrss;
-    result.cpuSeconds = static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
-                        static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
     result.out = ReadFile(outPath);
     result.err = ReadFile(errPath);
     return result;
@@ -323,9 +319,7 @@ void RemoveTree(const std::string& path) {
 
 std::string ReadFile(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
-    std::ostringstream out;
-    out << in.rdbuf();
-    return out.str();
+    return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
 std::vector<std::string> ListDir(const std::string& path) {

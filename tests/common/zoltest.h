@@ -95,14 +95,12 @@ struct RunResult {
     int status = -1;
     std::string out;
     std::string err;
-    long maxRssKb = 0;      // the child's peak, which starts from this process's size at fork
-    double cpuSeconds = 0;  // the child's user + system time
+    long maxRssKb = 0;  // the child's peak, which starts from this process's size at fork
 };
 
 struct RunOptions {
     std::vector<std::string> env;  // "NAME=value", laid over this environment
     std::string cwd;               // the child's working directory when not empty
-    long addressSpaceKb = 0;       // the child's address-space limit (ulimit -v) when not 0
     int timeoutSeconds = 60;
 };
 

@@ -1,8 +1,6 @@
 // End to end: the example wrapper saves, starts itself again in replay mode and compares every
 // output (the suite's one save and replay across processes); zoltools reads what it left; and
 // every README command that runs either of them runs as written.
-#include <gtest/gtest.h>
-
 #include <cstdlib>
 #include <sstream>
 

@@ -1,27 +1,7 @@
 // Request records, save folders and the inspect command.
-#include <gtest/gtest.h>
-
 #include "toolstest.h"
 
 using namespace toolstest;
-
-// The table as printed, the problems of the damaged save, and PNGs of the whole frames only.
-TEST(Inspect, GoldenBaseFolder) {
-    TempDir png;
-    auto result =
-        Tool({"inspect", kGolden + "inspect/algosimulation", "--png", png.path(), "--as-library"});
-    EXPECT_EQ(1, result.status) << "the second save is damaged";
-    EXPECT_EQ(ReadFile(kGolden + "inspect-expected.txt") + "2 PNGs written under " + png.path() +
-                  " (as the library converts)\n",
-              result.out);
-    const std::string frame =
-        kGolden + "inspect/algosimulation/SimulationIntputInfo_1121101500456/inputFrameInfo_8x4_";
-    EXPECT_NE(
-        std::string::npos,
-        result.err.find(frame + "0_.yuv: 45 bytes, but record 0 (format 0 NV21, 8x4) needs 48"));
-    EXPECT_NE(std::string::npos, result.err.find(frame + "1_.yuv: no record 1 in requestInfo.bin"));
-    EXPECT_EQ(1u, zoltest::ListDir(png.path()).size()) << "the damaged save is not rendered";
-}
 
 // One save folder per case: what inspect says about it, and whether it trusts the request
 // file enough to render its frames.

@@ -1,6 +1,4 @@
 // Frames rendered both ways, and back from RGBA.
-#include <gtest/gtest.h>
-
 #include "pngio.h"
 #include "rawimage.h"
 #include "toolstest.h"

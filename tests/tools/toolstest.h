@@ -2,6 +2,9 @@
 // a table of program runs and a small device root.
 #pragma once
 
+#include <gtest/gtest.h>
+
+#include <algorithm>
 #include <string>
 #include <utility>
 #include <vector>
@@ -16,12 +19,19 @@ using namespace zoltest;
 inline const std::string kZoltools = ZOLTOOLS_BINARY;
 inline const std::string kAlgoWrapper = ALGO_WRAPPER_BINARY;  // empty: built without the example
 inline const std::string kGolden = ZOLTOOLS_GOLDEN_DIR "/";   // tests/tools/golden/
-// Sanitizers' shadow memory makes address-space limits and memory figures meaningless.
+// Sanitizers' shadow memory makes memory figures meaningless.
 constexpr bool kSanitized = ZOLTOOLS_SANITIZED != 0;
 
 // zoltools with `args`, less the empty ones (so that a table can leave an option out).
-RunResult Tool(std::vector<std::string> args, const zoltest::RunOptions& options = {});
-size_t CountLines(const std::string& text);
+inline RunResult Tool(std::vector<std::string> args, const RunOptions& options = {}) {
+    args.erase(std::remove(args.begin(), args.end(), ""), args.end());
+    args.insert(args.begin(), kZoltools);
+    return Run(args, options);
+}
+
+inline size_t CountLines(const std::string& text) {
+    return static_cast<size_t>(std::count(text.begin(), text.end(), '\n'));
+}
 
 // A run's exit status and a text it printed: on stdout for status 0, on stderr otherwise, on
 // either when `anywhere`; and how many lines it printed on stdout, unless `lines` is -1.
@@ -33,20 +43,57 @@ struct Expected {
     std::vector<std::string> env = {};
     bool anywhere = false;
 };
-void ExpectRuns(const std::string& program, const std::vector<Expected>& runs);
+
+inline void ExpectRuns(const std::string& program, const std::vector<Expected>& runs) {
+    for (const Expected& e : runs) {
+        std::vector<std::string> argv = {program};
+        argv.insert(argv.end(), e.args.begin(), e.args.end());
+        RunOptions options;
+        options.env = e.env;
+        const RunResult run = Run(argv, options);
+        EXPECT_EQ(e.status, run.status) << e.said << "\n" << run.err;
+        const std::string said = e.anywhere ? run.out + run.err : e.status == 0 ? run.out : run.err;
+        EXPECT_NE(std::string::npos, said.find(e.said)) << e.said << "\n" << said.substr(0, 2000);
+        EXPECT_TRUE(e.lines < 0 || CountLines(run.out) == size_t(e.lines)) << e.said;
+        if (program == kZoltools) {  // it says what is wrong once, in its own words, escaped
+            EXPECT_EQ(std::string::npos, run.err.find("ZOL ")) << "a library line: " << run.err;
+            EXPECT_EQ(std::string::npos, (run.out + run.err).find('\x1b')) << e.said;
+            // Whatever a file claims or holds: streamed, and refused before memory is taken.
+            EXPECT_TRUE(kSanitized || run.maxRssKb < 64 * 1024) << e.said << run.maxRssKb;
+        }
+    }
+}
+
+inline std::string Records(const std::vector<zoltool::RequestRecord>& records) {
+    const std::vector<uint8_t> bytes = zoltool::EncodeRequestInfo(records);
+    return std::string(bytes.begin(), bytes.end());
+}
+
+inline zoltool::RequestRecord Nv21Record(uint32_t width, uint32_t height, uint32_t stride = 0) {
+    return {0, width, height, stride != 0 ? stride : width, height, 2, {7, -1, 0, 0}};
+}
 
 // A device root holding what the library leaves behind, as few files as a case needs.
 struct ZolRoot : TempDir {
     static constexpr const char* kLogs = "data/vendor/camera/offlinelog/";
+
     // Save folder SimulationIntputInfo_<stamp> holding `files` (a name ending in '/' is made a
     // directory); without any, one 8x4 NV21 frame with its record, and database.bin.
     std::string Save(const std::string& stamp,
-                     const std::vector<std::pair<std::string, std::string>>& files = {}) const;
+                     const std::vector<std::pair<std::string, std::string>>& files = {}) const {
+        const std::string folder =
+            "data/vendor/camera/algosimulation/SimulationIntputInfo_" + stamp;
+        for (const auto& [name, bytes] : files) {
+            name.back() == '/' ? MakeDir(folder + "/" + name)
+                               : WriteFile(folder + "/" + name, bytes);
+        }
+        if (files.empty()) {
+            WriteFile(folder + "/requestInfo.bin", Records({Nv21Record(8, 4)}));
+            WriteFile(folder + "/inputFrameInfo_8x4_0_.yuv", std::string(48, '\x80'));
+            WriteFile(folder + "/database.bin", "db");
+        }
+        return *this / folder;
+    }
 };
-
-std::string Records(const std::vector<zoltool::RequestRecord>& records);  // requestInfo.bin
-inline zoltool::RequestRecord Nv21Record(uint32_t width, uint32_t height, uint32_t stride = 0) {
-    return {0, width, height, stride != 0 ? stride : width, height, 2, {7, -1, 0, 0}};
-}
 
 }  // namespace toolstest
