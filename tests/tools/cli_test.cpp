@@ -22,6 +22,11 @@ TEST(Cli, GoldenOutputs) {
         // clang-format off
         {{"log", "golden/log"}, 1, "log-expected.txt", ""},
         {{"log", "golden/hostile"}, 1, "hostile-expected.txt", ""},
+        {{"log", "golden/log", "--level", "d, w"}, 1, "log-level-dw.txt", ""},
+        {{"log", "golden/log", "--pid", "777"}, 1, "log-pid.txt", ""},
+        {{"log", "golden/log", "--tid", "4243", "--tid", "4250", "--grep", "AlgoWrapper"}, 1,
+         "log-tid-grep.txt", ""},
+        {{"log", "golden/log", "--level", "E", "--grep", "AlgoWrapper"}, 1, "log-none.txt", ""},
         {{"inspect", "golden/inspect/algosimulation", "--png", "png", "--as-library"}, 1,
          "inspect-expected.txt", ""},
         {{"inspect", "golden/inspect/algosimulation", "--png", "png", "--as-library"}, 1,
@@ -112,7 +117,9 @@ TEST(Cli, SaysWhatIsWrong) {
         {{"convert", forged + "huge.png", d / "o.nv21"}, 1, "claims 65534x32769, larger than the"},
         {{"convert", forged + "huge.png", d / "o_1x1.nv21"}, 1, "than the tool takes (" + limits},
         {{"convert", forged + "tiny.png", d / "o.nv21"}, 1, "16384x16384, which 69 bytes cannot"},
-        {{"inspect", zeros}, 1, "requestInfo.bin: 41943040 bytes, 1048576 records", 21, {}, true},
+        {{"inspect", zeros}, 1, "requestInfo.bin: 41943040 bytes, 1048576 records\n", {}, true},
+        {{"inspect", zeros}, 1, "  15  0 NV21          0      0      0      0      0  0 0 0 0\n"
+                                "  ... 1048560 more records", {}, true},
         {{"inspect", zeros}, 1, "1048568 more problems not shown"},
     });
     // clang-format on

@@ -44,12 +44,12 @@ TEST(Example, Options) {
     // clang-format off
     ExpectRuns(kAlgoWrapper, {
         {{"--help"}, 0, "usage: algo_wrapper"},
-        {verbose, 0, "ZOL V ", -1, {}, true},
+        {verbose, 0, "ZOL V ", {}, true},
         {{"--size", "321x241"}, 2, "--size 321x241: expected WxH, each even and 2 to 8192"},
         {{"--frames", "0"}, 2, "--frames 0: expected 1 to 100"},
         {{"--frames"}, 2, "--frames needs a value"},
         {{"--bogus"}, 2, "--bogus: not an option"},
-        {{"--root", root.path()}, 2, "the first run saves", -1,
+        {{"--root", root.path()}, 2, "the first run saves",
          {"persist.vendor.camera.capture.algosimulation.dump=2"}},
     });
     // clang-format on

@@ -1,4 +1,4 @@
-// Offline log lines: parsing the stamp, filters, following.
+// Offline log lines: parsing the stamp, following.
 #include "offlinelog.h"
 #include "toolstest.h"
 
@@ -37,20 +37,6 @@ TEST(LogLine, WhatIsALine) {
         EXPECT_EQ(c.year, c.year != 0 ? line.stamp.year : 0) << c.text;
         EXPECT_EQ(c.year != 0, reason.empty()) << c.text;
     }
-}
-
-// The filters over two files merged in stamp order, a damaged line failing the run (the
-// whole transcripts are golden outputs of the CLI test).
-TEST(Log, Filters) {
-    const std::string g = kGolden + "log";
-    // clang-format off
-    ExpectRuns(kZoltools, {
-        {{"log", g, "--level", "d, w"}, 1, "1 line could not", 3},
-        {{"log", g, "--pid", "777"}, 1, "1 line could not", 1},
-        {{"log", g, "--tid", "4243", "--tid", "4250", "--grep", "AlgoWrapper"}, 1, "1 line", 2},
-        {{"log", g, "--level", "E", "--grep", "AlgoWrapper"}, 1, "none of the 6 lines read", 0},
-    });
-    // clang-format on
 }
 
 // The follower reads complete lines only, as they are appended, then moves to the next file.
