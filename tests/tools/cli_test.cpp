@@ -117,6 +117,10 @@ TEST(Cli, SaysWhatIsWrong) {
         {{"convert", forged + "huge.png", d / "o.nv21"}, 1, "claims 65534x32769, larger than the"},
         {{"convert", forged + "huge.png", d / "o_1x1.nv21"}, 1, "than the tool takes (" + limits},
         {{"convert", forged + "tiny.png", d / "o.nv21"}, 1, "16384x16384, which 69 bytes cannot"},
+        {{"report", d.MakeDir("empty"), "-o", d / "r"}, 1, "empty is empty: no offline log files"},
+        {{"report", d.path(), "-o", d / "fifo/r"}, 1, "cannot write the report: " + d / "fifo/r"},
+        {{"report", d / "none", "-o", d / "r"}, 1, d / "none: no such file or directory"},
+        {{"report", d.path(), "-o", d / "r", "--from", "25:00"}, 2, "\"25:00\" is not a time"},
         {{"inspect", zeros}, 1, "requestInfo.bin: 41943040 bytes, 1048576 records\n", {}, true},
         {{"inspect", zeros}, 1, "  15  0 NV21          0      0      0      0      0  0 0 0 0\n"
                                 "  ... 1048560 more records", {}, true},
