@@ -1,43 +1,8 @@
-// Offline log lines: parsing the stamp, following.
+// Following an offline log as it is written.
 #include "offlinelog.h"
 #include "toolstest.h"
 
 using namespace toolstest;
-
-// Which texts are lines, and the year of those that are (the file's, or the next one for a
-// file opened in December that runs into January).
-TEST(LogLine, WhatIsALine) {
-    struct Case {
-        std::string text;
-        int fileYear, fileMonth;
-        int year;  // 0: not a line
-    } const cases[] = {
-        {"03-07 09:05:07:042000123  1234  1235 E ZOL: ", 2026, 3, 2026},
-        {"01-01 00:00:00:000000001  1000  1001 I ZOL: new year", 2026, 12, 2027},
-        {"", 2026, 3, 0},
-        {"03-07 09:05:07:04200012  1234  1235 E ZOL: eight-digit nanoseconds", 2026, 3, 0},
-        {"13-07 09:05:07:042000123  1234  1235 E ZOL: month 13", 2026, 3, 0},
-        {"03-07 24:05:07:042000123  1234  1235 E ZOL: hour 24", 2026, 3, 0},
-        {"03-07 09:05:07:042000123 1234  1235 E ZOL: one blank before the pid", 2026, 3, 0},
-        {"03-07 09:05:07:042000123  1234  1235 X ZOL: level X", 2026, 3, 0},
-        {"03-07 09:05:07:042000123  1234  1235 E LOG: another tag", 2026, 3, 0},
-        {"03-07 09:05:07:042000123  1234", 2026, 3, 0},
-        {"02-30 10:00:00:000000000  1234  1235 I ZOL: no 30 February", 2026, 2, 0},
-        {"04-31 10:00:00:000000000  1234  1235 I ZOL: no 31 April", 2026, 4, 0},
-        {"02-29 10:00:00:000000000  1234  1235 I ZOL: 2026 is no leap year", 2026, 2, 0},
-        {"02-29 10:00:00:000000000  1234  1235 I ZOL: 2028 is", 2028, 2, 2028},
-        {"02-29 10:00:00:000000000  1234  1235 I ZOL: from 2027-12: 2028", 2027, 12, 2028},
-        {"12-31 23:59:60:999999999  1234  1235 I ZOL: leap second", 2026, 12, 2026},
-    };
-    for (const Case& c : cases) {
-        zoltool::LogLine line;
-        std::string reason;
-        EXPECT_EQ(c.year != 0, zoltool::ParseLogLine(c.text, c.fileYear, c.fileMonth, line, reason))
-            << c.text;
-        EXPECT_EQ(c.year, c.year != 0 ? line.stamp.year : 0) << c.text;
-        EXPECT_EQ(c.year != 0, reason.empty()) << c.text;
-    }
-}
 
 // The follower reads complete lines only, as they are appended, then moves to the next file.
 TEST(LogFollower, NewCompleteLinesThenTheNextFile) {

@@ -1,5 +1,5 @@
 // What the zoltools tests share beyond tests/common: where the programs and golden files are,
-// a table of program runs and a small device root.
+// and a small device root.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -27,35 +27,6 @@ inline RunResult Tool(std::vector<std::string> args, const RunOptions& options =
     args.erase(std::remove(args.begin(), args.end(), ""), args.end());
     args.insert(args.begin(), kZoltools);
     return Run(args, options);
-}
-
-// A run's exit status and a text it printed: on stdout for status 0, on stderr otherwise, on
-// either when `anywhere`.
-struct Expected {
-    std::vector<std::string> args;
-    int status;
-    std::string said;
-    std::vector<std::string> env = {};
-    bool anywhere = false;
-};
-
-inline void ExpectRuns(const std::string& program, const std::vector<Expected>& runs) {
-    for (const Expected& e : runs) {
-        std::vector<std::string> argv = {program};
-        argv.insert(argv.end(), e.args.begin(), e.args.end());
-        RunOptions options;
-        options.env = e.env;
-        const RunResult run = Run(argv, options);
-        EXPECT_EQ(e.status, run.status) << e.said << "\n" << run.err;
-        const std::string said = e.anywhere ? run.out + run.err : e.status == 0 ? run.out : run.err;
-        EXPECT_NE(std::string::npos, said.find(e.said)) << e.said << "\n" << said.substr(0, 2000);
-        if (program == kZoltools) {  // it says what is wrong once, in its own words, escaped
-            EXPECT_EQ(std::string::npos, run.err.find("ZOL ")) << "a library line: " << run.err;
-            EXPECT_EQ(std::string::npos, (run.out + run.err).find('\x1b')) << e.said;
-            // Whatever a file claims or holds: streamed, and refused before memory is taken.
-            EXPECT_TRUE(kSanitized || run.maxRssKb < 64 * 1024) << e.said << run.maxRssKb;
-        }
-    }
 }
 
 inline std::string Records(const std::vector<zoltool::RequestRecord>& records) {
