@@ -15,6 +15,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <mutex>
@@ -37,12 +38,24 @@ void CaptureLogger(const struct __android_logger_data* data, const char* message
     }
 }
 
-// Waits for `pid`, the leader of its own process group; past the deadline kills the group.
-int WaitForChild(pid_t pid, int timeoutSeconds, struct rusage* usage = nullptr) {
+// Forks a child in a process group of its own that runs `body` and _exits with its result;
+// waits for it, and past the deadline kills the group.
+int ForkAndWait(const std::function<int()>& body, int timeoutSeconds, struct rusage* usage) {
+    std::fflush(nullptr);
+    const pid_t pid = fork();
+    if (pid == 0) {
+        setpgid(0, 0);
+        const int status = body();
+        std::fflush(nullptr);
+        _exit(status);
+    }
+    if (pid < 0) {
+        return -1;
+    }
+    setpgid(pid, pid);  // whichever side gets there first
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(timeoutSeconds);
     int status = 0;
-    pid_t done;
-    while ((done = wait4(pid, &status, WNOHANG, usage)) != pid) {
+    for (pid_t done; (done = wait4(pid, &status, WNOHANG, usage)) != pid;) {
         if (done < 0 && errno != EINTR) {
             return -1;
         }
@@ -57,23 +70,6 @@ int WaitForChild(pid_t pid, int timeoutSeconds, struct rusage* usage = nullptr) 
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
-// Forks a child in a process group of its own that runs `body` and _exits with its result.
-int ForkAndWait(const std::function<int()>& body, int timeoutSeconds, struct rusage* usage) {
-    std::fflush(nullptr);
-    const pid_t pid = fork();
-    if (pid == 0) {
-        setpgid(0, 0);
-        const int status = body();
-        std::fflush(nullptr);
-        _exit(status);
-    }
-    if (pid < 0) {
-        return -1;
-    }
-    setpgid(pid, pid);  // whichever side gets there first
-    return WaitForChild(pid, timeoutSeconds, usage);
-}
-
 std::vector<char*> Pointers(std::vector<std::string>& strings) {
     std::vector<char*> out;
     for (std::string& s : strings) {
@@ -86,10 +82,8 @@ std::vector<char*> Pointers(std::vector<std::string>& strings) {
 }  // namespace
 
 LogCapture::LogCapture() {
-    {
-        std::lock_guard<std::mutex> lock(g_mutex);
-        g_lines = new std::vector<LogLine>();
-    }
+    std::lock_guard<std::mutex> lock(g_mutex);
+    g_lines = new std::vector<LogLine>();
     __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
     __android_log_set_logger(CaptureLogger);
 }
@@ -187,15 +181,14 @@ std::string TempDir::WriteFile(const std::string& name, const std::string& conte
 
 DeviceRoot::DeviceRoot() {
     if (const char* previous = std::getenv("ZOL_DEVICE_ROOT")) {
-        m_hadPrevious = true;
         m_previous = previous;
     }
     setenv("ZOL_DEVICE_ROOT", path().c_str(), 1);
 }
 
 DeviceRoot::~DeviceRoot() {
-    if (m_hadPrevious) {
-        setenv("ZOL_DEVICE_ROOT", m_previous.c_str(), 1);
+    if (m_previous) {
+        setenv("ZOL_DEVICE_ROOT", m_previous->c_str(), 1);
     } else {
         unsetenv("ZOL_DEVICE_ROOT");
     }
@@ -238,15 +231,13 @@ RunResult Run(const std::vector<std::string>& argv, const RunOptions& options) {
     TempDir dir;
     const std::string outPath = dir / "stdout";
     const std::string errPath = dir / "stderr";
-    const std::vector<std::string>& env = options.env;
     std::vector<std::string> args = argv;
-    std::vector<std::string> environment = env;  // then ours, less what `env` sets anew
+    std::vector<std::string> environment = options.env;  // then ours, less what it sets anew
     for (char** e = environ; *e != nullptr; ++e) {
-        const std::string entry = *e;
-        const std::string name = entry.substr(0, entry.find('=') + 1);
-        if (std::none_of(env.begin(), env.end(),
-                         [&](const auto& s) { return s.find(name) == 0; })) {
-            environment.push_back(entry);
+        const std::string name(*e, std::strcspn(*e, "=") + 1);
+        if (std::none_of(options.env.begin(), options.env.end(),
+                         [&](const auto& s) { return s.rfind(name, 0) == 0; })) {
+            environment.push_back(*e);
         }
     }
     const std::vector<char*> argp = Pointers(args);
@@ -265,7 +256,7 @@ RunResult Run(const std::vector<std::string>& argv, const RunOptions& options) {
             }
             _exit(127);
         },
-        options.timeoutSeconds, &usage);
+        60, &usage);
     result.maxRssKb = usage.ru_maxrss;
     result.out = ReadFile(outPath);
     result.err = ReadFile(errPath);
@@ -290,16 +281,14 @@ bool WaitUntil(const std::function<bool()>& done, int timeoutSeconds) {
 std::vector<zoltool::LogLine> ReadOfflineLog(const std::string& dir,
                                              std::vector<zoltool::DamagedLine>* damaged) {
     std::vector<zoltool::LogLine> lines;
-    std::vector<zoltool::DamagedLine> bad;
+    std::vector<zoltool::DamagedLine> ignored;
+    std::vector<zoltool::DamagedLine>& bad = damaged != nullptr ? *damaged : ignored;
+    bad.clear();
     std::vector<std::string> files;
     std::string error;
-    if (zoltool::FindLogFiles(dir, files, error)) {
-        for (const std::string& file : files) {
-            zoltool::ReadLogFile(file, lines, bad, error);
-        }
-    }
-    if (damaged != nullptr) {
-        *damaged = std::move(bad);
+    zoltool::FindLogFiles(dir, files, error);  // none when it fails
+    for (const std::string& file : files) {
+        zoltool::ReadLogFile(file, lines, bad, error);
     }
     return lines;
 }

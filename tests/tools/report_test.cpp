@@ -8,12 +8,10 @@
 
 #include "toolstest.h"
 
-namespace {
-
 using namespace toolstest;
 
 // "<group 1>/<group 2>" of every match of `pattern` in `text`.
-std::set<std::string> Found(const std::string& text, const std::string& pattern) {
+static std::set<std::string> Found(const std::string& text, const std::string& pattern) {
     std::set<std::string> found;
     const std::regex re(pattern);
     for (std::sregex_iterator m(text.begin(), text.end(), re), end; m != end; ++m) {
@@ -42,13 +40,14 @@ TEST(Report, ShowsDamagedAndHostileInputAsText) {
         int status;
         std::string text;  // in the page
     } const cases[] = {
+        {empty.path(), "", 1, "<p id=\"empty\" class=\"empty\">" + empty.path() + " is empty: it"},
+        {root.path(), "03-14 10:00:01", 0, "10:00:01.000 to 10:00:01.001 (--from / --to), 1 of 3"},
+        {root.path(), "01-01 00:00:00", 0, "), 0 of 3 lines."},  // next year's: after them all
+        {root.path(), "12-31 23:59:59", 0, "), 0 of 3 lines."},
         {root.path(), "", 0, "start: &quot;&lt;script&gt;x&lt;/script&gt;&quot;"},
         {root.path(), "", 0, "&lt;script&gt;alert(1)&lt;/script&gt;&lt;img"},
         {root.path(), "", 0, "41 bytes is not a whole number of 40-byte records"},
         {root.path(), "", 0, "class=\"card bad\" data-figure=\"problems\""},
-        {root.path(), "03-14 10:00:01", 0, "Shown: 10:00:01.000 to"},
-        {root.path(), "03-14 10:00:01", 0, "1 of 3 lines."},
-        {empty.path(), "", 1, "<p id=\"empty\" class=\"empty\">" + empty.path() + " is empty: it"},
     };
     for (const Case& c : cases) {
         auto run =
@@ -57,8 +56,7 @@ TEST(Report, ShowsDamagedAndHostileInputAsText) {
         const std::string page = ReadFile(root / "out/index.html");
         EXPECT_NE(std::string::npos, page.find(c.text)) << c.text;
     }
-    ASSERT_EQ(0, Tool({"report", root.path(), "-o", root / "out"}).status);
-    const std::string page = ReadFile(root / "out/index.html");
+    const std::string page = ReadFile(root / "out/index.html");  // the last case's, whole
     EXPECT_EQ(
         std::set<std::string>(
             {"files/1", "folders/2", "lines/3", "problems/4", "processes/2", "threads/3"}),
@@ -76,19 +74,18 @@ TEST(Report, ShowsDamagedAndHostileInputAsText) {
 TEST(Report, ThreeHundredLogFilesAndManyFramesStayBounded) {
     ZolRoot root;
     for (int f = 0; f < 300; ++f) {
-        char name[128], line[160];
-        std::snprintf(name, sizeof(name), "%sZOLOfflineLog_2026-03-14--10-%02d-%02d-000000.txt",
-                      ZolRoot::kLogs, f / 60, f % 60);
         std::string text;
+        char line[128];
         for (int i = 0; i < 400; ++i) {  // 2.5 ms apart, 40 threads of 2 processes
-            const uint64_t ms = (f * 400 + i) * 5 / 2;
-            std::snprintf(line, sizeof(line),
-                          "03-14 10:%02d:%02d:%03d000000  %4d  %4d %c ZOL: [Algo] frame %d\n",
-                          int(ms / 60000), int(ms / 1000 % 60), int(ms % 1000), 1000 + i % 40 / 20,
-                          2000 + i % 40, "EWDIV"[i % 5], f);
+            const int ms = (f * 400 + i) * 5 / 2;
+            std::snprintf(line, sizeof(line), "03-14 10:%02d:%02d:%03d000000  %4d  %4d %c ZOL: x\n",
+                          ms / 60000, ms / 1000 % 60, ms % 1000, 1000 + i % 40 / 20, 2000 + i % 40,
+                          "EWDIV"[i % 5]);
             text += line;
         }
-        root.WriteFile(name, text);
+        std::snprintf(line, sizeof(line), "ZOLOfflineLog_2026-03-14--10-%02d-%02d-000000.txt",
+                      f / 60, f % 60);
+        root.WriteFile(ZolRoot::kLogs + std::string(line), text);
     }
     for (int s = 10000; s < 10050; ++s) {
         root.Save("03141000" + std::to_string(s));
@@ -103,5 +100,3 @@ TEST(Report, ThreeHundredLogFilesAndManyFramesStayBounded) {
               page.find("SimulationIntputInfo_0314100010048/inputFrameInfo_8x4_0_.yuv, "
                         "SimulationIntputInfo_0314100010049/inputFrameInfo_8x4_0_.yuv."));
 }
-
-}  // namespace

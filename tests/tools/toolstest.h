@@ -19,8 +19,7 @@ using namespace zoltest;
 inline const std::string kZoltools = ZOLTOOLS_BINARY;
 inline const std::string kAlgoWrapper = ALGO_WRAPPER_BINARY;  // empty: built without the example
 inline const std::string kGolden = ZOLTOOLS_GOLDEN_DIR "/";   // tests/tools/golden/
-// Sanitizers' shadow memory makes memory figures meaningless.
-constexpr bool kSanitized = ZOLTOOLS_SANITIZED != 0;
+constexpr bool kSanitized = ZOLTOOLS_SANITIZED != 0;          // memory figures mean nothing then
 
 // zoltools with `args`, less the empty ones (so that a table can leave an option out).
 inline RunResult Tool(std::vector<std::string> args, const RunOptions& options = {}) {
