@@ -15,9 +15,10 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
+#include <iterator>
 #include <mutex>
-#include <sstream>
 #include <thread>
 
 extern char** environ;
@@ -37,12 +38,24 @@ void CaptureLogger(const struct __android_logger_data* data, const char* message
     }
 }
 
-// Waits for `pid`, the leader of its own process group; past the deadline kills the group.
-int WaitForChild(pid_t pid, int timeoutSeconds, struct rusage* usage = nullptr) {
+// Forks a child in a process group of its own that runs `body` and _exits with its result;
+// waits for it, and past the deadline kills the group.
+int ForkAndWait(const std::function<int()>& body, int timeoutSeconds, struct rusage* usage) {
+    std::fflush(nullptr);
+    const pid_t pid = fork();
+    if (pid == 0) {
+        setpgid(0, 0);
+        const int status = body();
+        std::fflush(nullptr);
+        _exit(status);
+    }
+    if (pid < 0) {
+        return -1;
+    }
+    setpgid(pid, pid);  // whichever side gets there first
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(timeoutSeconds);
     int status = 0;
-    pid_t done;
-    while ((done = wait4(pid, &status, WNOHANG, usage)) != pid) {
+    for (pid_t done; (done = wait4(pid, &status, WNOHANG, usage)) != pid;) {
         if (done < 0 && errno != EINTR) {
             return -1;
         }
@@ -57,23 +70,6 @@ int WaitForChild(pid_t pid, int timeoutSeconds, struct rusage* usage = nullptr) 
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
-// Forks a child in a process group of its own that runs `body` and _exits with its result.
-int ForkAndWait(const std::function<int()>& body, int timeoutSeconds, struct rusage* usage) {
-    std::fflush(nullptr);
-    const pid_t pid = fork();
-    if (pid == 0) {
-        setpgid(0, 0);
-        const int status = body();
-        std::fflush(nullptr);
-        _exit(status);
-    }
-    if (pid < 0) {
-        return -1;
-    }
-    setpgid(pid, pid);  // whichever side gets there first
-    return WaitForChild(pid, timeoutSeconds, usage);
-}
-
 std::vector<char*> Pointers(std::vector<std::string>& strings) {
     std::vector<char*> out;
     for (std::string& s : strings) {
@@ -86,10 +82,8 @@ std::vector<char*> Pointers(std::vector<std::string>& strings) {
 }  // namespace
 
 LogCapture::LogCapture() {
-    {
-        std::lock_guard<std::mutex> lock(g_mutex);
-        g_lines = new std::vector<LogLine>();
-    }
+    std::lock_guard<std::mutex> lock(g_mutex);
+    g_lines = new std::vector<LogLine>();
     __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
     __android_log_set_logger(CaptureLogger);
 }
@@ -117,17 +111,19 @@ std::vector<std::string> LogCapture::Texts(int priority) const {
 }
 
 size_t LogCapture::Count(const std::string& needle) const {
-    const std::vector<std::string> texts = Texts();
-    return static_cast<size_t>(std::count_if(texts.begin(), texts.end(), [&](const auto& text) {
-        return text.find(needle) != std::string::npos;
-    }));
+    size_t count = 0;
+    for (const std::string& text : Texts()) {
+        count += text.find(needle) != std::string::npos;
+    }
+    return count;
 }
 
 size_t LogCapture::Matching(int priority, const std::string& pattern) const {
-    const std::vector<std::string> texts = Texts(priority);
-    return static_cast<size_t>(std::count_if(texts.begin(), texts.end(), [&](const auto& text) {
-        return MatchesPattern(text, pattern);
-    }));
+    size_t count = 0;
+    for (const std::string& text : Texts(priority)) {
+        count += MatchesPattern(text, pattern);
+    }
+    return count;
 }
 
 void LogCapture::Clear() {
@@ -185,15 +181,14 @@ std::string TempDir::WriteFile(const std::string& name, const std::string& conte
 
 DeviceRoot::DeviceRoot() {
     if (const char* previous = std::getenv("ZOL_DEVICE_ROOT")) {
-        m_hadPrevious = true;
         m_previous = previous;
     }
     setenv("ZOL_DEVICE_ROOT", path().c_str(), 1);
 }
 
 DeviceRoot::~DeviceRoot() {
-    if (m_hadPrevious) {
-        setenv("ZOL_DEVICE_ROOT", m_previous.c_str(), 1);
+    if (m_previous) {
+        setenv("ZOL_DEVICE_ROOT", m_previous->c_str(), 1);
     } else {
         unsetenv("ZOL_DEVICE_ROOT");
     }
@@ -236,21 +231,17 @@ RunResult Run(const std::vector<std::string>& argv, const RunOptions& options) {
     TempDir dir;
     const std::string outPath = dir / "stdout";
     const std::string errPath = dir / "stderr";
-    const std::vector<std::string>& env = options.env;
     std::vector<std::string> args = argv;
-    std::vector<std::string> environment = env;  // then ours, less what `env` sets anew
+    std::vector<std::string> environment = options.env;  // then ours, less what it sets anew
     for (char** e = environ; *e != nullptr; ++e) {
-        const std::string entry = *e;
-        const std::string name = entry.substr(0, entry.find('=') + 1);
-        if (std::none_of(env.begin(), env.end(),
-                         [&](const auto& s) { return s.find(name) == 0; })) {
-            environment.push_back(entry);
+        const std::string name(*e, std::strcspn(*e, "=") + 1);
+        if (std::none_of(options.env.begin(), options.env.end(),
+                         [&](const auto& s) { return s.rfind(name, 0) == 0; })) {
+            environment.push_back(*e);
         }
     }
     const std::vector<char*> argp = Pointers(args);
     const std::vector<char*> envp = Pointers(environment);
-    const rlim_t limit = static_cast<rlim_t>(options.addressSpaceKb) * 1024;
-    const struct rlimit addressSpace = {limit, limit};
     RunResult result;
     struct rusage usage = {};
     // Only async-signal-safe calls in the child: this process may have other threads.
@@ -260,17 +251,13 @@ RunResult Run(const std::vector<std::string>& argv, const RunOptions& options) {
             dup2(open("/dev/null", O_RDONLY), STDIN_FILENO);
             dup2(open(outPath.c_str(), flags, 0644), STDOUT_FILENO);
             dup2(open(errPath.c_str(), flags, 0644), STDERR_FILENO);
-            if ((!options.cwd.empty() && chdir(options.cwd.c_str()) != 0) ||
-                (limit != 0 && setrlimit(RLIMIT_AS, &addressSpace) != 0)) {
-                _exit(126);
+            if (options.cwd.empty() || chdir(options.cwd.c_str()) == 0) {
+                execve(argp[0], argp.data(), envp.data());
             }
-            execve(argp[0], argp.data(), envp.data());
             _exit(127);
         },
-        options.timeoutSeconds, &usage);
+        60, &usage);
     result.maxRssKb = usage.ru_maxrss;
-    result.cpuSeconds = static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
-                        static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
     result.out = ReadFile(outPath);
     result.err = ReadFile(errPath);
     return result;
@@ -294,16 +281,14 @@ bool WaitUntil(const std::function<bool()>& done, int timeoutSeconds) {
 std::vector<zoltool::LogLine> ReadOfflineLog(const std::string& dir,
                                              std::vector<zoltool::DamagedLine>* damaged) {
     std::vector<zoltool::LogLine> lines;
-    std::vector<zoltool::DamagedLine> bad;
+    std::vector<zoltool::DamagedLine> ignored;
+    std::vector<zoltool::DamagedLine>& bad = damaged != nullptr ? *damaged : ignored;
+    bad.clear();
     std::vector<std::string> files;
     std::string error;
-    if (zoltool::FindLogFiles(dir, files, error)) {
-        for (const std::string& file : files) {
-            zoltool::ReadLogFile(file, lines, bad, error);
-        }
-    }
-    if (damaged != nullptr) {
-        *damaged = std::move(bad);
+    zoltool::FindLogFiles(dir, files, error);  // none when it fails
+    for (const std::string& file : files) {
+        zoltool::ReadLogFile(file, lines, bad, error);
     }
     return lines;
 }
@@ -323,9 +308,7 @@ void RemoveTree(const std::string& path) {
 
 std::string ReadFile(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
-    std::ostringstream out;
-    out << in.rdbuf();
-    return out.str();
+    return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
 std::vector<std::string> ListDir(const std::string& path) {

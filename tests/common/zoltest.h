@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -14,8 +15,7 @@ namespace zoltest {
 
 struct LogLine {
     int priority;
-    std::string tag;
-    std::string text;
+    std::string tag, text;
 };
 
 // Captures the Android log lines written while it lives, all priorities, through the log
@@ -29,8 +29,7 @@ public:
 
     std::vector<LogLine> Lines() const;
     std::vector<std::string> Texts(int priority = -1) const;  // priority < 0: any
-    // Lines whose text contains `needle`.
-    size_t Count(const std::string& needle) const;
+    size_t Count(const std::string& needle) const;            // lines whose text contains `needle`
     bool Contains(const std::string& needle) const { return Count(needle) > 0; }
     // Lines of `priority` (< 0: any) whose whole text is `pattern`, each '#' standing for a run
     // of digits (a source line): Matching(ANDROID_LOG_ERROR, "zolpsi.cpp:# Get() failed!").
@@ -70,8 +69,7 @@ public:
     std::string Resolve(const std::string& devicePath) const { return path() + devicePath; }
 
 private:
-    std::string m_previous;
-    bool m_hadPrevious = false;
+    std::optional<std::string> m_previous;
 };
 
 // Two planes of `planeBytes` bytes wired into `buffer` (sliceHeight = height), filled with a
@@ -90,20 +88,16 @@ struct TestImage {
 };
 
 // status: the exit status, 128 + the signal that ended the child, or 124 when it outlived its
-// time and its process group was killed.
+// minute and its process group was killed.
 struct RunResult {
     int status = -1;
-    std::string out;
-    std::string err;
-    long maxRssKb = 0;      // the child's peak, which starts from this process's size at fork
-    double cpuSeconds = 0;  // the child's user + system time
+    std::string out, err;
+    long maxRssKb = 0;  // the child's peak, which starts from this process's size at fork
 };
 
 struct RunOptions {
     std::vector<std::string> env;  // "NAME=value", laid over this environment
     std::string cwd;               // the child's working directory when not empty
-    long addressSpaceKb = 0;       // the child's address-space limit (ulimit -v) when not 0
-    int timeoutSeconds = 60;
 };
 
 // Runs argv[0] (for a program built here, the path zol_test_program_path gives: it goes through

@@ -1,7 +1,5 @@
-// Frames rendered both ways, and back from RGBA.
-#include <gtest/gtest.h>
-
-#include "pngio.h"
+// The tool's library: frames rendered both ways and back from RGBA, and the log follower.
+#include "offlinelog.h"
 #include "rawimage.h"
 #include "toolstest.h"
 
@@ -32,24 +30,6 @@ TEST(Render, StandardIsFullRangeBt601) {
     }
 }
 
-// convert --as-library gives exactly what the library's conversion gives over the tool's
-// buffer (the expected pixels are worked out from its formulas in golden/make-golden.py), odd
-// sizes too.
-TEST(Render, AsLibraryIsTheLibrarysConversion) {
-    TempDir dir;
-    for (const std::string name : {"frame_8x4", "frame_5x3"}) {
-        auto run = Tool(
-            {"convert", kGolden + "convert/" + name + ".nv21", dir / "out.png", "--as-library"});
-        ASSERT_EQ(0, run.status) << run.err;
-        zoltool::RgbaImage png;
-        std::string error;
-        ASSERT_TRUE(zoltool::ReadPng(dir / "out.png", png, error)) << error;
-        EXPECT_EQ(ReadFile(kGolden + "convert/" + name + ".rgba"),
-                  std::string(png.pixels.begin(), png.pixels.end()))
-            << name;
-    }
-}
-
 // RGBA -> NV21 file -> RGBA loses at most the rounding of each direction, either way. The colours
 // repeat every half width, where the library's odd rows read their chroma.
 TEST(Render, RoundTripEitherWay) {
@@ -70,4 +50,39 @@ TEST(Render, RoundTripEitherWay) {
             ASSERT_NEAR(original.pixels[i], back.pixels[i], 4) << int(mode) << " byte " << i;
         }
     }
+}
+
+// The follower reads complete lines only, as they are appended, then moves to the next file.
+TEST(LogFollower, NewCompleteLinesThenTheNextFile) {
+    TempDir dir;
+    const std::string first = "ZOLOfflineLog_2026-11-21--10-00-00-000000.txt";
+    const std::string second = "ZOLOfflineLog_2026-11-21--10-05-00-000000.txt";
+    std::string text = "11-21 10:00:00:000000000  1000  1001 I ZOL: before\n11-21 10:00:0";
+    std::vector<zoltool::LogLine> lines;
+    std::vector<zoltool::DamagedLine> damaged;
+    std::string error;
+    zoltool::LogFilePosition position;
+    ASSERT_TRUE(zoltool::ReadLogFile(dir.WriteFile(first, text), lines, damaged, error, &position));
+    zoltool::LogFollower follower(dir.path(), dir / first, position);
+    struct Step {
+        std::string file, append, read;  // the messages read, and a '?' per damaged line
+    } const steps[] = {
+        {first, "", ""},
+        {first, "1:000000000  1000  1001 I ZOL: one\n11-21 10:00:02:0000", "one,"},
+        {first, "00000  1000  1001 I ZOL: two\nnot a line\n", "two,?"},
+        // The writer starts a new file: the follower moves to it and reads it from the start.
+        {second, "11-21 10:05:00:000000000  1000  1001 I ZOL: three\n", "three,"},
+    };
+    for (const Step& step : steps) {
+        dir.WriteFile(step.file, text = (step.file == first ? text : "") + step.append);
+        lines.clear();
+        damaged.clear();
+        ASSERT_TRUE(follower.Poll(lines, damaged, error)) << error;
+        std::string read;
+        for (const zoltool::LogLine& line : lines) {
+            read += line.message + ",";
+        }
+        EXPECT_EQ(step.read, read + std::string(damaged.size(), '?'));
+    }
+    EXPECT_EQ(dir / second, follower.current());
 }
