@@ -120,9 +120,21 @@ void ZOLBufferPool::LogStats() {
             managers[manager->m_statsName] += manager->m_busyBytes;
         }
     }
+    // The figures take at most some 330 bytes: the managers get what the log's 1,024-byte line
+    // leaves with room to spare, and those that do not fit are counted instead.
+    constexpr size_t kListRoom = 600;
     std::string list;
+    size_t leftOut = 0;
     for (const auto& [name, bytes] : managers) {
-        list += " " + name + "=" + std::to_string(bytes);
+        const std::string entry = " " + name + "=" + std::to_string(bytes);
+        if (leftOut > 0 || list.size() + entry.size() > kListRoom) {
+            ++leftOut;
+        } else {
+            list += entry;
+        }
+    }
+    if (leftOut > 0) {
+        list += " +" + std::to_string(leftOut);
     }
     const ZOLBufferPoolStats stats = GetStats();
     ZOL_LOGI("[BufferPool] %s:%d %s() pool stats: busy heap=%" PRIu64 " dma=%" PRIu64

@@ -201,14 +201,16 @@ public:
 
     // Writes the figures as one line at level I, to be read back by tools:
     //
-    //   [BufferPool] <file>:<line> LogStats() pool stats: busy heap=<B> dma=<B>; free heap=<B>
-    //   dma=<B>; peak heap=<B> dma=<B>; allocs=<N> reuses=<N> releases=<N>; managers[ <name>=<B>]*
+    //   [BufferPool] <file>:<line> LogStats() pool stats: busy heap=<B> dma=<B>;
+    //       free heap=<B> dma=<B>; peak heap=<B> dma=<B>;
+    //       allocs=<N> reuses=<N> releases=<N>; managers[ <name>=<B>]...[ +<N>]
     //
-    // all on one line, each <B> a byte count and <N> a count in decimal. The managers are the
-    // live ZOLBufferManager objects, by name in byte order, each with the bytes it holds
-    // (BusyBytes); managers of one name are summed. A name is written with every byte outside
-    // '!'..'~', and every '=' and ';', replaced by '_', cut to 31 bytes, "_" when empty. The
-    // managers come last so that a line cut at the log's length limit loses only managers.
+    // (one line, single blanks where it is broken here), each <B> a byte count and <N> a count in
+    // decimal. The managers are the live ZOLBufferManager objects, by name in byte order, each
+    // with the bytes it holds (BusyBytes); managers of one name are summed. A name is written
+    // with every byte outside '!'..'~', and every '=' and ';', replaced by '_', cut to 31 bytes,
+    // "_" when empty. The list stops before it would pass 600 bytes, and " +<N>" then counts the
+    // names left out, so the line always fits the log's line whole.
     static void LogStats();
 
     // Free blocks per type (index 0 heap, 1 DMA), by size; newest at the back.
