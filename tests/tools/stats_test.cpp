@@ -1,4 +1,5 @@
-// `zoltools log --stats`: the buffer pool's stats lines of a log as a table over time.
+// The buffer pool's stats lines of a log: a table over time (`zoltools log --stats`) and a chart
+// in the report.
 #include <gtest/gtest.h>
 
 #include "toolstest.h"
@@ -6,8 +7,8 @@
 using namespace toolstest;
 
 // Lines that are not stats lines, or break the format, give no row; a manager gets its column
-// when first met and "-" where a line does not name it.
-TEST(LogStats, StatsLinesBecomeATable) {
+// when first met and "-" where a line does not name it. The report draws a line per manager.
+TEST(LogStats, StatsLinesBecomeATableAndAChart) {
     TempDir dir;
     const std::string stamp = "11-21 10:00:0";
     const std::string pool =
@@ -38,4 +39,13 @@ TEST(LogStats, StatsLinesBecomeATable) {
                             0,
                             {},
                             true}});
+    ASSERT_EQ(0, Tool({"report", dir.path(), "-o", dir / "report"}).status);
+    const std::string page = ReadFile(dir / "report/index.html");
+    size_t lines = 0;
+    for (size_t at = page.find("<polyline"); at != std::string::npos;
+         at = page.find("<polyline", at + 1)) {
+        ++lines;
+    }
+    EXPECT_EQ(2u, lines);
+    EXPECT_NE(std::string::npos, page.find("1234 \xC2\xB7 preview (peak 4396 bytes)"));
 }
