@@ -161,6 +161,8 @@ bool AlgoWrapper::Invoke(uint32_t frame, bool replay, Invocation& result, std::s
     ZOL_LOGD("[AlgoWrapper] %s:%d %s() frame %u (%s): gamma %.2f contrast %.2f, %.2f ms", ZOL_FILE,
              __LINE__, "Invoke", db.frameIndex, replay ? "replayed" : "live",
              static_cast<double>(db.gamma), static_cast<double>(db.contrast), result.algorithmMs);
+    // One line per frame of who holds how much buffer memory: `zoltools log --stats` tables it.
+    ZOLBufferPool::LogStats();
     return true;
 }
 

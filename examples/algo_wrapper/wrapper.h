@@ -7,7 +7,8 @@
 //     writes the input and the database to a new folder, in replay mode it overwrites them with
 //     the next saved folder's (the mode comes from the property
 //     "persist.vendor.camera.capture.algosimulation.dump", read when the library loads);
-//   - the algorithm itself (toyalgo.h) runs on the input and writes the output.
+//   - the algorithm itself (toyalgo.h) runs on the input and writes the output;
+//   - each successful invocation ends with the pool's stats line (ZOLBufferPool::LogStats).
 //
 // One thread uses a wrapper at a time.
 #pragma once

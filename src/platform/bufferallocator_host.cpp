@@ -53,7 +53,7 @@ int BufferAllocator::AllocSystem(bool /*cpu_access_needed*/, size_t len, unsigne
         } while (ret < 0 && errno == EINTR);
         return ret < 0 ? -errno : static_cast<int>(data.fd);
     }
-    const int fd = memfd_create("zoltools-dmabuf", MFD_CLOEXEC);
+    const int fd = memfd_create("zoltools-free", MFD_CLOEXEC);
     if (fd < 0) {
         return -errno;
     }

@@ -1,14 +1,48 @@
 #include "zolbuffermanager.h"
 
+#include <cinttypes>
 #include <cstdint>
+#include <map>
+#include <set>
 #include <string>
 
+#include "zolbuffermanager/zolbufferpoolinternal.h"
 #include "zoltoolsdef.h"
 #include "zoltoolsdef/zolfatal.h"
 
 namespace {
 
 constexpr unsigned kMaxPlanes = 4;
+
+// The live managers, for the pool's stats line. Never destroyed: managers may still come and go
+// on other threads while the process exits. Lock order: registry lock, then a manager's m_lock.
+struct ManagerRegistry {
+    std::mutex lock;
+    std::set<ZOLBufferManager*> managers;  // guarded by lock
+};
+
+ManagerRegistry& Registry() {
+    static ManagerRegistry* registry = new ManagerRegistry;
+    return *registry;
+}
+
+void Register(ZOLBufferManager* manager) {
+    ManagerRegistry& registry = Registry();
+    std::lock_guard<std::mutex> lock(registry.lock);
+    registry.managers.insert(manager);
+}
+
+void Unregister(ZOLBufferManager* manager) {
+    ManagerRegistry& registry = Registry();
+    std::lock_guard<std::mutex> lock(registry.lock);
+    registry.managers.erase(manager);
+}
+
+std::string StatsName(const std::string& name) {
+    char cleaned[zol::kDmaBufNameSize];
+    zol::CleanBufferName(name, true, cleaned);
+    return cleaned;
+}
 
 // The refusal of an address this manager cannot give back: never handed out by it, or taken
 // back by the pool in the meantime.
@@ -22,8 +56,12 @@ void LogNotAllocatedHere(const std::string& name, const void* pBuffer) {
 }  // namespace
 
 ZOLBufferManager::ZOLBufferManager() : m_name("UnknowBufferManager") {
-    std::lock_guard<std::mutex> lock(m_lock);
-    m_allocatedBuffers.clear();
+    {
+        std::lock_guard<std::mutex> lock(m_lock);
+        m_allocatedBuffers.clear();
+        m_statsName = StatsName(m_name);
+    }
+    Register(this);
 }
 
 ZOLBufferManager::ZOLBufferManager(const std::string& name) {
@@ -32,9 +70,15 @@ ZOLBufferManager::ZOLBufferManager(const std::string& name) {
     { ZOLBufferManager transient; }
     m_name = name;
     m_bufferPool.SetClientName(std::string(name));
+    {
+        std::lock_guard<std::mutex> lock(m_lock);
+        m_statsName = StatsName(m_name);
+    }
+    Register(this);
 }
 
 ZOLBufferManager::~ZOLBufferManager() {
+    Unregister(this);
     std::lock_guard<std::mutex> lock(m_lock);
     if (!m_allocatedBuffers.empty()) {
         ZOL_LOGW(
@@ -42,19 +86,63 @@ ZOLBufferManager::~ZOLBufferManager() {
             "forcibly",
             m_name.c_str(), ZOL_FILE, __LINE__, "~ZOLBufferManager",
             static_cast<int>(m_allocatedBuffers.size()));
-        for (const auto& [pBuffer, lease] : m_allocatedBuffers) {
+        for (const auto& [pBuffer, allocated] : m_allocatedBuffers) {
             // A block the pool took back meanwhile is not returned again.
-            m_bufferPool.PutLeasedBuffer(pBuffer, lease);
+            m_bufferPool.PutLeasedBuffer(pBuffer, allocated.lease);
             ZOL_LOGW("[%s] %s:%d %s()   release buffer forcibly: %p", m_name.c_str(), ZOL_FILE,
                      __LINE__, "~ZOLBufferManager", pBuffer);
         }
         m_allocatedBuffers.clear();
+        m_busyBytes = 0;
     }
 }
 
 void ZOLBufferManager::SetManagerName(const std::string& name) {
     m_name = name;
     m_bufferPool.SetClientName(std::string(name));
+    std::lock_guard<std::mutex> lock(m_lock);
+    m_statsName = StatsName(m_name);
+}
+
+uint64_t ZOLBufferManager::BusyBytes() {
+    std::lock_guard<std::mutex> lock(m_lock);
+    return m_busyBytes;
+}
+
+// Here rather than beside GetStats: the line names the managers, whose registry this file keeps.
+void ZOLBufferPool::LogStats() {
+    std::map<std::string, uint64_t> managers;
+    {
+        ManagerRegistry& registry = Registry();
+        std::lock_guard<std::mutex> lock(registry.lock);
+        for (ZOLBufferManager* manager : registry.managers) {
+            std::lock_guard<std::mutex> managerLock(manager->m_lock);
+            managers[manager->m_statsName] += manager->m_busyBytes;
+        }
+    }
+    // The figures take at most some 330 bytes: the managers get what the log's 1,024-byte line
+    // leaves with room to spare, and those that do not fit are counted instead.
+    constexpr size_t kListRoom = 600;
+    std::string list;
+    size_t leftOut = 0;
+    for (const auto& [name, bytes] : managers) {
+        const std::string entry = " " + name + "=" + std::to_string(bytes);
+        if (leftOut > 0 || list.size() + entry.size() > kListRoom) {
+            ++leftOut;
+        } else {
+            list += entry;
+        }
+    }
+    if (leftOut > 0) {
+        list += " +" + std::to_string(leftOut);
+    }
+    const ZOLBufferPoolStats stats = GetStats();
+    ZOL_LOGI("[BufferPool] %s:%d %s() pool stats: busy heap=%" PRIu64 " dma=%" PRIu64
+             "; free heap=%" PRIu64 " dma=%" PRIu64 "; peak heap=%" PRIu64 " dma=%" PRIu64
+             "; allocs=%" PRIu64 " reuses=%" PRIu64 " releases=%" PRIu64 "; managers%s",
+             ZOL_FILE, __LINE__, "LogStats", stats.busyBytes[0], stats.busyBytes[1],
+             stats.freeBytes[0], stats.freeBytes[1], stats.peakBusyBytes[0], stats.peakBusyBytes[1],
+             stats.allocations, stats.reuses, stats.releases, list.c_str());
 }
 
 bool ZOLBufferManager::AllocBuffer(unsigned size, void** ppBuffer, int& fd, ZOLBufferType type) {
@@ -76,15 +164,18 @@ bool ZOLBufferManager::AllocBuffer(unsigned size, void** ppBuffer, int& fd, ZOLB
     }
     {
         std::lock_guard<std::mutex> lock(m_lock);
-        const auto inserted = m_allocatedBuffers.emplace(pBuffer, lease);
+        const auto inserted = m_allocatedBuffers.emplace(pBuffer, Allocated{lease, size});
         if (!inserted.second) {
             // Still on record here although the pool handed it out again: keep the one record,
             // now under the new lease (which a free returns), and hand out nothing.
-            inserted.first->second = lease;
+            m_busyBytes -= inserted.first->second.size;
+            m_busyBytes += size;
+            inserted.first->second = Allocated{lease, size};
             ZOL_LOGE("[%s] %s:%d %s() Get repetitive buffer from buffer pool: %p", m_name.c_str(),
                      ZOL_FILE, __LINE__, "AllocBuffer", pBuffer);
             return false;
         }
+        m_busyBytes += size;
     }
     *ppBuffer = pBuffer;
     fd = localFd;
@@ -174,7 +265,8 @@ bool ZOLBufferManager::FreeBuffer(const void* pBuffer) {
             LogNotAllocatedHere(m_name, pBuffer);
             return false;
         }
-        lease = found->second;
+        lease = found->second.lease;
+        m_busyBytes -= found->second.size;
         m_allocatedBuffers.erase(found);
     }
     // The pool may have taken the block back (its last client left): then it is no longer

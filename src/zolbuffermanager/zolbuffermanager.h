@@ -56,6 +56,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "zolexport.h"
 #include "zolimagebuffer.h"
@@ -118,6 +119,33 @@ struct ZOLBufferPoolBufferInfo {
     uint32_t size;  // bytes; the key of the free list
 };
 
+// One size of one type in the pool's figures.
+struct ZOLBufferPoolSizeStats {
+    ZOLBufferType type;
+    uint32_t size;
+    uint32_t busyCount;  // handed out of the pool and not back yet
+    uint32_t freeCount;  // waiting in the free list
+    uint64_t busyBytes;
+    uint64_t freeBytes;
+};
+
+// The process-wide pool at one instant (ZOLBufferPool::GetStats). Arrays are indexed by
+// ZOLBufferType (0 heap, 1 DMA). A block counts as busy from the moment it leaves the free list
+// until it is back in it or released, so busyBytes + freeBytes == heldBytes per type, always.
+struct ZOLBufferPoolStats {
+    std::vector<ZOLBufferPoolSizeStats> sizes;  // by type, then size; empty sizes left out
+    uint32_t busyCount[2];
+    uint32_t freeCount[2];
+    uint64_t busyBytes[2];
+    uint64_t freeBytes[2];
+    uint64_t heldBytes[2];      // allocated and not yet given back to the system
+    uint64_t peakBusyBytes[2];  // highest busyBytes since the library was loaded
+    uint64_t allocations;       // new blocks made (malloc, DMA heap)
+    uint64_t reuses;            // hand-outs of a free block
+    uint64_t releases;          // blocks given back to the system
+    uint64_t nameFailures;      // DMA buffers the platform refused to rename
+};
+
 // A client of the process-wide buffer pool. Any thread may call any operation.
 //
 // The lists are static: one set per process, built when the library is loaded and never
@@ -126,6 +154,12 @@ struct ZOLBufferPoolBufferInfo {
 // m_busyBufferList, m_bufferPoolClientNumLock guards m_bufferPoolClientNum. The count lock may be
 // held while the busy or the free lock is taken (last-client release); the busy and free locks
 // are never held together.
+//
+// Every DMA block is named for the platform's memory tools after whoever holds it: the client
+// name of the pool client that handed it out (for a manager, the manager's name), and
+// "zoltools-free" while it waits in the free list. Bytes outside printable ASCII become '_' and
+// the name is cut to 31 bytes. A rename the platform refuses (a buffer attached to a device)
+// is left as it is and counted in ZOLBufferPoolStats::nameFailures.
 //
 // Every hand-out of a block carries a lease number, kept beside the busy list. A manager puts
 // a block back under the lease it got, so a block the pool has taken back in between (a
@@ -160,6 +194,25 @@ public:
     // This client's allocator (for cache synchronisation).
     ZOLBufferAllocator* GetAllocator();
 
+    // The pool's figures, all read at one instant under m_freeBufferListLock (which every
+    // change of them holds). Takes no other lock; the hand-out and return paths only update
+    // counters for it.
+    static ZOLBufferPoolStats GetStats();
+
+    // Writes the figures as one line at level I, to be read back by tools:
+    //
+    //   [BufferPool] <file>:<line> LogStats() pool stats: busy heap=<B> dma=<B>;
+    //       free heap=<B> dma=<B>; peak heap=<B> dma=<B>;
+    //       allocs=<N> reuses=<N> releases=<N>; managers[ <name>=<B>]...[ +<N>]
+    //
+    // (one line, single blanks where it is broken here), each <B> a byte count and <N> a count in
+    // decimal. The managers are the live ZOLBufferManager objects, by name in byte order, each
+    // with the bytes it holds (BusyBytes); managers of one name are summed. A name is written
+    // with every byte outside '!'..'~', and every '=' and ';', replaced by '_', cut to 31 bytes,
+    // "_" when empty. The list stops before it would pass 600 bytes, and " +<N>" then counts the
+    // names left out, so the line always fits the log's line whole.
+    static void LogStats();
+
     // Free blocks per type (index 0 heap, 1 DMA), by size; newest at the back.
     static std::map<uint32_t, std::deque<ZOLBufferPoolBufferInfo>> (&m_freeBufferList)[2];
     static std::mutex& m_freeBufferListLock;
@@ -183,6 +236,7 @@ private:
 
     std::string m_clientName;
     ZOLBufferAllocator m_allocator;
+    char m_dmaBufName[32];  // m_clientName cleaned for naming DMA blocks
 };
 
 // A named source of raw buffers and images. Several threads may use one manager.
@@ -202,6 +256,9 @@ public:
 
     // Renames the manager and its pool client.
     void SetManagerName(const std::string& name);
+
+    // Bytes of the blocks this manager has handed out and not taken back.
+    uint64_t BusyBytes();
 
     // A raw block of `size` bytes: true with *ppBuffer and fd (0 for type 0) set.
     bool AllocBuffer(unsigned size, void** ppBuffer, int& fd, ZOLBufferType type);
@@ -230,8 +287,16 @@ public:
     bool EndCPUSync(const ZOLImageBuffer& image);
 
 private:
+    friend void ZOLBufferPool::LogStats();
+    struct Allocated {
+        uint64_t lease;  // of the pool's hand-out
+        uint32_t size;
+    };
+
     std::string m_name;
     ZOLBufferPool m_bufferPool;
     std::mutex m_lock;
-    std::map<void*, uint64_t> m_allocatedBuffers;  // address -> its pool lease; guarded by m_lock
+    std::map<void*, Allocated> m_allocatedBuffers;  // guarded by m_lock
+    uint64_t m_busyBytes = 0;                       // sizes in m_allocatedBuffers; m_lock
+    std::string m_statsName;                        // m_name as LogStats writes it; m_lock
 };

@@ -3,6 +3,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <iterator>
 #include <vector>
@@ -17,6 +19,8 @@ namespace {
 constexpr unsigned kBufferTypeCount = 2;
 // A size and type keeps at most this many free blocks; more are released when put back.
 constexpr size_t kMaxFreeBuffersPerSize = 10;
+// What a DMA block is called while it waits in the free list.
+constexpr const char* kFreeBlockName = "zoltools-free";
 
 // Storage whose object is built but never destroyed.
 template <typename T>
@@ -37,6 +41,17 @@ struct PoolLists {
     std::map<void*, uint64_t> leases;  // busy address -> lease of its hand-out; busyLock
     uint64_t lastLease = 0;            // busyLock
     std::mutex countLock;
+
+    // The figures of GetStats, all guarded by freeLock. Busy counts per size get their entry
+    // when a size is first allocated, so the hand-out and return paths only update counters.
+    std::map<uint32_t, uint32_t> busyBySize[kBufferTypeCount];
+    uint64_t busyBytes[kBufferTypeCount] = {};
+    uint64_t heldBytes[kBufferTypeCount] = {};
+    uint64_t peakBusyBytes[kBufferTypeCount] = {};
+    uint64_t allocations = 0;
+    uint64_t reuses = 0;
+    uint64_t releases = 0;
+    std::atomic<uint64_t> nameFailures{0};  // renames happen outside the locks
 };
 Immortal<PoolLists> g_lists;
 
@@ -64,7 +79,55 @@ bool TakeBusy(void* pBuffer, const uint64_t* lease, ZOLBufferPoolBufferInfo* inf
     return true;
 }
 
+// Renames a DMA block; the caller owns it for the moment (it is in neither list).
+void NameBlock(const ZOLBufferPoolBufferInfo& info, const char* name) {
+    if (info.type == ZOL_BUFFER_TYPE_DMA && zol::SetDmaBufName(info.fd, name) != 0) {
+        g_lists.value.nameFailures.fetch_add(1, std::memory_order_relaxed);
+    }
+}
+
+// A block leaves the free list for a client (freeLock held).
+void CountBusy(const ZOLBufferPoolBufferInfo& info) {
+    PoolLists& lists = g_lists.value;
+    const unsigned type = static_cast<unsigned>(info.type);
+    ++lists.busyBySize[type][info.size];
+    lists.busyBytes[type] += info.size;
+    lists.peakBusyBytes[type] = std::max(lists.peakBusyBytes[type], lists.busyBytes[type]);
+}
+
+// A busy block comes back, to the free list or to be released (freeLock held). A block the
+// figures never saw busy (handed out twice under one address) leaves them as they are.
+void CountNotBusy(const ZOLBufferPoolBufferInfo& info) {
+    PoolLists& lists = g_lists.value;
+    const unsigned type = static_cast<unsigned>(info.type);
+    auto found = lists.busyBySize[type].find(info.size);
+    if (found != lists.busyBySize[type].end() && found->second > 0) {
+        --found->second;
+        lists.busyBytes[type] -= info.size;
+    }
+}
+
+// A block of the pool's goes back to the system (freeLock held).
+void CountRelease(const ZOLBufferPoolBufferInfo& info) {
+    PoolLists& lists = g_lists.value;
+    lists.heldBytes[static_cast<unsigned>(info.type)] -= info.size;
+    ++lists.releases;
+}
+
 }  // namespace
+
+void zol::CleanBufferName(const std::string& name, bool token, char (&out)[kDmaBufNameSize]) {
+    size_t n = std::min(name.size(), kDmaBufNameSize - 1);
+    for (size_t i = 0; i < n; ++i) {
+        const unsigned char c = static_cast<unsigned char>(name[i]);
+        const bool printable = c >= (token ? 0x21 : 0x20) && c <= 0x7e;
+        out[i] = printable && !(token && (c == '=' || c == ';')) ? static_cast<char>(c) : '_';
+    }
+    if (token && n == 0) {
+        out[n++] = '_';
+    }
+    out[n] = '\0';
+}
 
 std::mutex& ZOLBufferPool::m_freeBufferListLock = g_lists.value.freeLock;
 std::mutex& ZOLBufferPool::m_busyBufferListLock = g_lists.value.busyLock;
@@ -93,6 +156,7 @@ bool zol::FindBusyBlock(const void* address, ptrdiff_t* begin, ptrdiff_t* end) {
 }
 
 ZOLBufferPool::ZOLBufferPool() : m_clientName("UnknowBufferManager") {
+    zol::CleanBufferName(m_clientName, false, m_dmaBufName);
     std::lock_guard<std::mutex> lock(m_bufferPoolClientNumLock);
     m_bufferPoolClientNum = zol::CheckedAdd<uint32_t>(m_bufferPoolClientNum, 1);
 }
@@ -100,7 +164,7 @@ ZOLBufferPool::ZOLBufferPool() : m_clientName("UnknowBufferManager") {
 ZOLBufferPool::ZOLBufferPool(std::string name) {
     // A default client joins and leaves at once, so a named client is never counted itself.
     { ZOLBufferPool transient; }
-    m_clientName = std::move(name);
+    SetClientName(std::move(name));
 }
 
 ZOLBufferPool::~ZOLBufferPool() {
@@ -145,6 +209,7 @@ ZOLBufferPool::~ZOLBufferPool() {
         for (auto& sizeAndQueue : freeList) {
             for (const ZOLBufferPoolBufferInfo& info : sizeAndQueue.second) {
                 ReleaseBuffer(info);
+                CountRelease(info);
                 ZOL_LOGD(
                     "[BufferPool-%s] %s:%d %s() Buffer released: pBuf: %p, size: %u, fd: "
                     "%d, type: %d",
@@ -158,6 +223,7 @@ ZOLBufferPool::~ZOLBufferPool() {
 
 void ZOLBufferPool::SetClientName(std::string name) {
     m_clientName = std::move(name);
+    zol::CleanBufferName(m_clientName, false, m_dmaBufName);
 }
 
 void* ZOLBufferPool::GetBufferFromPool(unsigned size, int& fd, ZOLBufferType type) {
@@ -182,6 +248,8 @@ void* ZOLBufferPool::GetLeasedBuffer(unsigned size, int& fd, ZOLBufferType type,
         if (found == freeList.end() || found->second.empty()) {
             AllocBuffer(size, type);
             found = freeList.find(size);
+        } else {
+            ++g_lists.value.reuses;
         }
         // A failed allocation leaves nothing to take.
         ZOL_FATAL_IF(found == freeList.end() || found->second.empty());
@@ -189,7 +257,9 @@ void* ZOLBufferPool::GetLeasedBuffer(unsigned size, int& fd, ZOLBufferType type,
         found->second.pop_back();
         // Counted here, under the lock, so that the log line reads a settled value.
         freeLeft = static_cast<unsigned>(found->second.size());
+        CountBusy(info);
     }
+    NameBlock(info, m_dmaBufName);
     {
         PoolLists& lists = g_lists.value;
         std::lock_guard<std::mutex> busyLock(lists.busyLock);
@@ -240,7 +310,10 @@ bool ZOLBufferPool::PutLeasedBuffer(void* pBuffer, uint64_t lease) {
 
 void ZOLBufferPool::ReturnToFreeList(const ZOLBufferPoolBufferInfo& info) {
     const char* name = m_clientName.c_str();
+    // Named before it can be seen in the free list: once there, another client may take it.
+    NameBlock(info, kFreeBlockName);
     std::lock_guard<std::mutex> freeLock(m_freeBufferListLock);
+    CountNotBusy(info);
     auto& freeList = FreeListOf(info.type);
     auto found = freeList.find(info.size);
     if (found == freeList.end()) {
@@ -250,6 +323,7 @@ void ZOLBufferPool::ReturnToFreeList(const ZOLBufferPoolBufferInfo& info) {
             name, ZOL_FILE, __LINE__, "PutBufferToPool", info.pBuffer, info.size, info.fd,
             static_cast<int>(info.type));
         ReleaseBuffer(info);
+        CountRelease(info);
     } else if (found->second.size() >= kMaxFreeBuffersPerSize) {
         ZOL_LOGD(
             "[BufferPool-%s] %s:%d %s() Buffer num this size is more than threshold, release "
@@ -257,6 +331,7 @@ void ZOLBufferPool::ReturnToFreeList(const ZOLBufferPoolBufferInfo& info) {
             name, ZOL_FILE, __LINE__, "PutBufferToPool", info.pBuffer, info.size, info.fd,
             static_cast<int>(info.type));
         ReleaseBuffer(info);
+        CountRelease(info);
     } else {
         found->second.push_back(info);
         ZOL_LOGD(
@@ -294,7 +369,12 @@ void* ZOLBufferPool::AllocBuffer(unsigned size, ZOLBufferType type) {
     ZOL_LOGD("[BufferPool-%s] %s:%d %s() Alloc buffer success: type: %d, size: %u, pBuf: %p",
              m_clientName.c_str(), ZOL_FILE, __LINE__, "AllocBuffer", static_cast<int>(type), size,
              info.pBuffer);
+    NameBlock(info, kFreeBlockName);
     FreeListOf(type)[size].push_back(info);
+    PoolLists& lists = g_lists.value;
+    lists.busyBySize[static_cast<unsigned>(type)].emplace(size, 0);
+    lists.heldBytes[static_cast<unsigned>(type)] += size;
+    ++lists.allocations;
     return info.pBuffer;
 }
 
@@ -321,4 +401,40 @@ void ZOLBufferPool::ReleaseBuffer(ZOLBufferPoolBufferInfo info) {
 
 ZOLBufferAllocator* ZOLBufferPool::GetAllocator() {
     return &m_allocator;
+}
+
+ZOLBufferPoolStats ZOLBufferPool::GetStats() {
+    ZOLBufferPoolStats stats = {};
+    PoolLists& lists = g_lists.value;
+    std::lock_guard<std::mutex> freeLock(lists.freeLock);
+    for (unsigned type = 0; type < kBufferTypeCount; ++type) {
+        // Every size with a free queue has a busy count too (both made by AllocBuffer), and the
+        // busy counts outlive the queues a last-client release drops.
+        for (const auto& [size, busy] : lists.busyBySize[type]) {
+            auto queue = lists.free[type].find(size);
+            const uint32_t free =
+                queue == lists.free[type].end() ? 0 : static_cast<uint32_t>(queue->second.size());
+            if (busy == 0 && free == 0) {
+                continue;
+            }
+            ZOLBufferPoolSizeStats row = {static_cast<ZOLBufferType>(type),
+                                          size,
+                                          busy,
+                                          free,
+                                          uint64_t{busy} * size,
+                                          uint64_t{free} * size};
+            stats.sizes.push_back(row);
+            stats.busyCount[type] += busy;
+            stats.freeCount[type] += free;
+            stats.busyBytes[type] += row.busyBytes;
+            stats.freeBytes[type] += row.freeBytes;
+        }
+        stats.heldBytes[type] = lists.heldBytes[type];
+        stats.peakBusyBytes[type] = lists.peakBusyBytes[type];
+    }
+    stats.allocations = lists.allocations;
+    stats.reuses = lists.reuses;
+    stats.releases = lists.releases;
+    stats.nameFailures = lists.nameFailures.load(std::memory_order_relaxed);
+    return stats;
 }

@@ -70,6 +70,9 @@ TEST(Cli, GoldenOutputs) {
         {{"log", "golden/trace", "--trace", "t.json"}, 0, "trace-expected-EWDIV.json", "t.json"},
         {{"log", "golden/trace", "--trace", "t.json", "--level", "EW"}, 0,
          "trace-expected-EW.json", "t.json"},
+        // The pool's stats lines as a table: a manager's column from its first line, "-" where
+        // a line does not name it; a line that breaks the format gives no row.
+        {{"log", "--stats", "golden/stats"}, 0, "stats-expected.txt", ""},
         // clang-format on
     };
     for (const Case& c : cases) {
@@ -121,6 +124,8 @@ TEST(Cli, SaysWhatIsWrong) {
         {{"inspect", d / "missing"}, 1, "missing: no such directory"},
         {{"inspect", d / "fifo"}, 1, "fifo: is a FIFO, not a directory"},
         {{"log", d / "missing"}, 1, "missing: no such file or directory"},
+        {{"log", "--stats", kGolden + "stats", "--pid", "7"}, 0, "none of the 4 lines read is a "
+         "pool stats line that passes the filters", true},
         {{"log", "/dev/zero"}, 1, "/dev/zero: is a character device, not a log file or folder"},
         {{"convert", d / "missing", d / "o.png"}, 1, "missing: no such file"},
         {{"convert", d.path(), d / "o.png"}, 1, ": is a directory"},

@@ -100,3 +100,14 @@ TEST(Report, ThreeHundredLogFilesAndManyFramesStayBounded) {
               page.find("SimulationIntputInfo_0314100010048/inputFrameInfo_8x4_0_.yuv, "
                         "SimulationIntputInfo_0314100010049/inputFrameInfo_8x4_0_.yuv."));
 }
+
+// The pool's stats lines: one chart line of busy bytes per process and manager, named.
+TEST(Report, DrawsBusyBytesPerManager) {
+    TempDir dir;
+    ASSERT_EQ(0, Tool({"report", kGolden + "stats", "-o", dir / "r"}).status);
+    const std::string page = ReadFile(dir / "r/index.html");
+    EXPECT_EQ(2u, Found(page, R"re(<(polyline) fill="none" stroke="([^"]+)")re").size());
+    EXPECT_EQ(std::set<std::string>({"1234 \xC2\xB7 capture/0 bytes",
+                                     "1234 \xC2\xB7 preview/4396 bytes"}),
+              Found(page, R"re(<text x="\d+" y="\d+">([^<(]*) \(peak ([^)]*)\)</text>)re"));
+}

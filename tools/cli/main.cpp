@@ -137,6 +137,13 @@ int main(int argc, char** argv) {
                      "Write the lines to this file as trace-event JSON (opens in Perfetto's UI "
                      "and chrome://tracing) instead of printing them")
         ->excludes(followOption);
+    logCmd
+        ->add_flag("--stats", log.stats,
+                   "Print the buffer pool's stats lines (\"pool stats: ...\") as a table over "
+                   "time: the pool's busy, free and peak bytes per type and its counts, then the "
+                   "bytes each manager holds")
+        ->excludes(followOption)
+        ->excludes("--trace");
     logCmd->callback([&] {
         std::string error;
         if (levelOption->count() > 0 &&

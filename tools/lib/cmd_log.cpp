@@ -1,5 +1,6 @@
 // zoltools log: the offline log files of a folder merged into one stream ordered by stamp,
-// filtered, and optionally followed as the newest file grows or written as a trace.
+// filtered, and optionally followed as the newest file grows, written as a trace, or reduced to
+// the buffer pool's stats lines as a table.
 #include <algorithm>
 #include <cctype>
 #include <chrono>
@@ -8,6 +9,7 @@
 
 #include "commands.h"
 #include "fileio.h"
+#include "poolstats.h"
 #include "text.h"
 #include "trace.h"
 
@@ -39,6 +41,76 @@ size_t Report(const Streams& io, const std::vector<DamagedLine>& damaged) {
         count += 1 + d.more;
     }
     return count;
+}
+
+// The exit status, after saying how many lines were skipped: any is bad input.
+int Finish(const Streams& io, size_t damagedCount) {
+    if (damagedCount > 0) {
+        std::fprintf(io.err, "zoltools log: %zu line%s could not be read and %s skipped\n",
+                     damagedCount, damagedCount == 1 ? "" : "s",
+                     damagedCount == 1 ? "was" : "were");
+        return kExitBadInput;
+    }
+    return kExitOk;
+}
+
+// The stats lines that pass the filter as a table, one row per line: time, process, the pool's
+// figures, then a column per manager name met in any line ("-" where a line does not name it).
+// Columns are right-aligned to their widest cell. The number of rows.
+size_t PrintStatsTable(const LogOptions& options, const Streams& io,
+                       const std::vector<LogLine>& lines) {
+    std::vector<std::vector<std::string>> rows;
+    rows.push_back({"time", "pid", "busy-heap", "busy-dma", "free-heap", "free-dma", "peak-heap",
+                    "peak-dma", "allocs", "reuses", "releases"});
+    const size_t fixed = rows[0].size();
+    for (const LogLine& line : lines) {
+        PoolStats stats;
+        if (!options.filter.Matches(line) || !ParsePoolStats(line.message, stats)) {
+            continue;
+        }
+        char time[32];
+        std::snprintf(time, sizeof(time), "%02d-%02d %02d:%02d:%02d.%03ld", line.stamp.month,
+                      line.stamp.day, line.stamp.hour, line.stamp.minute, line.stamp.second,
+                      line.stamp.nanos / 1000000);
+        std::vector<std::string> row = {time, std::to_string(line.pid)};
+        for (uint64_t value :
+             {stats.busy[0], stats.busy[1], stats.free[0], stats.free[1], stats.peak[0],
+              stats.peak[1], stats.allocations, stats.reuses, stats.releases}) {
+            row.push_back(std::to_string(value));
+        }
+        row.resize(rows[0].size(), "-");
+        for (const auto& [name, bytes] : stats.managers) {
+            // Names come from the file: escaped, so a column header cannot drive the terminal.
+            const std::string header = EscapeControls(name);
+            auto column = std::find(rows[0].begin() + fixed, rows[0].end(), header);
+            if (column == rows[0].end()) {
+                rows[0].push_back(header);
+                row.push_back("-");
+                column = rows[0].end() - 1;
+            }
+            row[column - rows[0].begin()] = std::to_string(bytes);
+        }
+        rows.push_back(std::move(row));
+    }
+    if (rows.size() == 1) {
+        return 0;
+    }
+    std::vector<size_t> widths(rows[0].size(), 1);
+    for (std::vector<std::string>& row : rows) {
+        row.resize(rows[0].size(), "-");
+        for (size_t i = 0; i < row.size(); ++i) {
+            widths[i] = std::max(widths[i], row[i].size());
+        }
+    }
+    for (const std::vector<std::string>& row : rows) {
+        std::string text;
+        for (size_t i = 0; i < row.size(); ++i) {
+            text += (i == 0 ? "" : "  ") + std::string(widths[i] - row[i].size(), ' ') + row[i];
+        }
+        text += "\n";
+        std::fwrite(text.data(), 1, text.size(), io.out);
+    }
+    return rows.size() - 1;
 }
 
 }  // namespace
@@ -85,6 +157,16 @@ int RunLog(const LogOptions& options, const Streams& io) {
     }
     SortLogLines(lines);
     size_t damagedCount = Report(io, damaged);
+    if (options.stats) {
+        if (PrintStatsTable(options, io, lines) == 0 && !lines.empty()) {
+            std::fprintf(io.err,
+                         "zoltools log: none of the %s read is a pool stats line that passes "
+                         "the filters\n",
+                         Count(lines.size(), "line").c_str());
+        }
+        std::fflush(io.out);
+        return Finish(io, damagedCount);
+    }
     size_t printed = 0;
     if (!options.trace.empty()) {
         lines.erase(
@@ -129,13 +211,7 @@ int RunLog(const LogOptions& options, const Streams& io) {
             std::fflush(io.out);
         }
     }
-    if (damagedCount > 0) {
-        std::fprintf(io.err, "zoltools log: %zu line%s could not be read and %s skipped\n",
-                     damagedCount, damagedCount == 1 ? "" : "s",
-                     damagedCount == 1 ? "was" : "were");
-        return kExitBadInput;
-    }
-    return kExitOk;
+    return Finish(io, damagedCount);
 }
 
 }  // namespace zoltool

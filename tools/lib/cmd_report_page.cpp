@@ -1,5 +1,6 @@
 // The report page: summary, timeline, errors and warnings with the lines before them, save
-// folders with their records and frames, counts, problems. Plain HTML with inline CSS and SVG;
+// folders with their records and frames, counts, buffer memory per manager (when the log has the
+// pool's stats lines), problems. Plain HTML with inline CSS and SVG;
 // it runs no script and loads nothing but its own images, and its Content-Security-Policy
 // forbids anything else, so that even a text the escaping missed could not run.
 #include <algorithm>
@@ -11,6 +12,7 @@
 #include <set>
 
 #include "cmd_report.h"
+#include "poolstats.h"
 #include "rawimage.h"
 #include "trace.h"
 
@@ -772,6 +774,96 @@ void Counts(std::string& out, const ReportData& data, const Threads& threads) {
     out += "</div></section>\n";
 }
 
+// ---- memory ----
+
+// The bytes each manager holds over time, from the pool's stats lines: one line per process and
+// manager name, on the timeline's time axis, busiest first. A series keeps one point per pixel
+// column (the last), so a long log costs no more than a short one.
+struct MemorySeries {
+    std::string label;  // "pid · name"
+    uint64_t peak = 0;
+    std::vector<std::pair<int, uint64_t>> points;  // pixel column, bytes
+};
+
+std::vector<MemorySeries> MemoryOverTime(const ReportData& data, const Scale& scale,
+                                         uint64_t& most) {
+    std::map<std::pair<int, std::string>, MemorySeries> byManager;
+    for (const LogLine& line : data.lines) {
+        PoolStats stats;
+        if (!ParsePoolStats(line.message, stats)) {
+            continue;
+        }
+        const int column = scale.Bin(StampNanos(line.stamp));
+        for (const auto& [name, bytes] : stats.managers) {
+            MemorySeries& series = byManager[{line.pid, name}];
+            series.peak = std::max(series.peak, bytes);
+            if (!series.points.empty() && series.points.back().first == column) {
+                series.points.back().second = bytes;
+            } else {
+                series.points.emplace_back(column, bytes);
+            }
+        }
+    }
+    std::vector<MemorySeries> all;
+    most = 1;
+    for (auto& [key, series] : byManager) {
+        series.label = std::to_string(key.first) + " \xC2\xB7 " + key.second;
+        most = std::max(most, series.peak);
+        all.push_back(std::move(series));
+    }
+    std::stable_sort(all.begin(), all.end(),
+                     [](const MemorySeries& a, const MemorySeries& b) { return a.peak > b.peak; });
+    return all;
+}
+
+void Memory(std::string& out, const ReportData& data, const std::vector<MemorySeries>& all,
+            uint64_t most) {
+    constexpr size_t kMaxSeries = 10;
+    constexpr int kTop = 24, kHeight = 200, kLegendPitch = 18;
+    static const char* const kColours[kMaxSeries] = {"#1f77b4", "#d62728", "#2ca02c", "#9467bd",
+                                                     "#ff7f0e", "#17becf", "#8c564b", "#e377c2",
+                                                     "#7f7f7f", "#bcbd22"};
+    const size_t shown = std::min(all.size(), kMaxSeries);
+    const int width = kGutter + kPlotWidth + 40;
+    const int bottom = kTop + kHeight;
+    const int height = bottom + 24 + static_cast<int>(shown) * kLegendPitch;
+    out += "<section id=\"memory\"><h2>Buffer memory</h2>\n<p class=\"note\">";
+    Add(out,
+        "Bytes each buffer manager holds (process &middot; manager), from the pool's stats "
+        "lines, on the timeline's time axis: the %zu busiest of %zu. <code>zoltools log "
+        "--stats</code> lists the figures.</p>\n",
+        shown, all.size());
+    Add(out,
+        "<svg id=\"chart-memory\" xmlns=\"http://www.w3.org/2000/svg\" width=\"%d\" "
+        "height=\"%d\" viewBox=\"0 0 %d %d\" role=\"img\" aria-label=\"buffer memory\">\n",
+        width, height, width, height);
+    Add(out,
+        "<line x1=\"%d\" y1=\"%d\" x2=\"%d\" y2=\"%d\" stroke=\"#c3cad3\"/>"
+        "<text x=\"%d\" y=\"%d\" text-anchor=\"end\">%s</text>"
+        "<text x=\"%d\" y=\"%d\" text-anchor=\"end\">0</text>\n",
+        kGutter, bottom, kGutter + kPlotWidth, bottom, kGutter - 6, kTop + 4, Bytes(most).c_str(),
+        kGutter - 6, bottom);
+    Add(out,
+        "<text x=\"%d\" y=\"%d\">%s</text><text x=\"%d\" y=\"%d\" text-anchor=\"end\">%s</text>\n",
+        kGutter, bottom + 16, TimeOfDay(data.from, 3).c_str(), kGutter + kPlotWidth, bottom + 16,
+        TimeOfDay(data.to, 3).c_str());
+    for (size_t i = 0; i < shown; ++i) {
+        Add(out, "<polyline fill=\"none\" stroke=\"%s\" stroke-width=\"1.5\" points=\"",
+            kColours[i]);
+        for (const auto& [column, bytes] : all[i].points) {
+            Add(out, "%d,%.1f ", kGutter + column,
+                bottom - static_cast<double>(bytes) * kHeight / static_cast<double>(most));
+        }
+        out += "\"/>\n";
+        const int y = bottom + 24 + static_cast<int>(i) * kLegendPitch;
+        Add(out, "<rect x=\"%d\" y=\"%d\" width=\"12\" height=\"3\" fill=\"%s\"/>", kGutter, y + 6,
+            kColours[i]);
+        Add(out, "<text x=\"%d\" y=\"%d\">", kGutter + 18, y + 11);
+        out += HtmlText(all[i].label) + " (peak " + Bytes(all[i].peak) + ")</text>\n";
+    }
+    out += "</svg>\n</section>\n";
+}
+
 // ---- problems ----
 
 void ProblemList(std::string& out, const ReportData& data) {
@@ -872,8 +964,14 @@ std::string RenderReportPage(const ReportData& data) {
     out +=
         "<nav><a href=\"#summary\">Summary</a><a href=\"#timeline\">Timeline</a>"
         "<a href=\"#events\">Errors and warnings</a><a href=\"#folders\">Save folders</a>"
-        "<a href=\"#counts\">Counts</a><a href=\"#problems\">Problems</a></nav></header>\n"
-        "<main>\n";
+        "<a href=\"#counts\">Counts</a>";
+    const Scale scale{data.from, std::max(data.to, data.from + 1)};
+    uint64_t most = 0;
+    const std::vector<MemorySeries> memory = MemoryOverTime(data, scale, most);
+    if (!memory.empty()) {
+        out += "<a href=\"#memory\">Buffer memory</a>";
+    }
+    out += "<a href=\"#problems\">Problems</a></nav></header>\n<main>\n";
     const Threads threads = GroupByThread(data.lines);
     size_t events = 0;
     const std::map<size_t, size_t> listed = ListedEvents(data.lines, events);
@@ -882,6 +980,9 @@ std::string RenderReportPage(const ReportData& data) {
     Events(out, data, threads, listed, events);
     Folders(out, data);
     Counts(out, data, threads);
+    if (!memory.empty()) {
+        Memory(out, data, memory, most);
+    }
     ProblemList(out, data);
     out +=
         "</main>\n<footer>Written by zoltools report. Times are the device's local time, as "
