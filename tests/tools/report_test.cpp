@@ -42,6 +42,7 @@ TEST(Report, ShowsDamagedAndHostileInputAsText) {
     } const cases[] = {
         {empty.path(), "", 1, "<p id=\"empty\" class=\"empty\">" + empty.path() + " is empty: it"},
         {root.path(), "03-14 10:00:01", 0, "10:00:01.000 to 10:00:01.001 (--from / --to), 1 of 3"},
+        {root.path(), "10:00:01", 0, "10:00:01.000 to 10:00:01.001 (--from / --to), 1 of 3"},
         {root.path(), "01-01 00:00:00", 0, "), 0 of 3 lines."},  // next year's: after them all
         {root.path(), "12-31 23:59:59", 0, "), 0 of 3 lines."},
         {root.path(), "", 0, "start: &quot;&lt;script&gt;x&lt;/script&gt;&quot;"},
@@ -107,7 +108,7 @@ TEST(Report, DrawsBusyBytesPerManager) {
     ASSERT_EQ(0, Tool({"report", kGolden + "stats", "-o", dir / "r"}).status);
     const std::string page = ReadFile(dir / "r/index.html");
     EXPECT_EQ(2u, Found(page, R"re(<(polyline) fill="none" stroke="([^"]+)")re").size());
-    EXPECT_EQ(std::set<std::string>({"1234 \xC2\xB7 capture/0 bytes",
-                                     "1234 \xC2\xB7 preview/4396 bytes"}),
+    EXPECT_EQ(std::set<std::string>(
+                  {"1234 \xC2\xB7 capture/0 bytes", "1234 \xC2\xB7 preview/4396 bytes"}),
               Found(page, R"re(<text x="\d+" y="\d+">([^<(]*) \(peak ([^)]*)\)</text>)re"));
 }
