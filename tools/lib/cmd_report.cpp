@@ -96,10 +96,15 @@ bool FindReportLog(const std::string& path, std::vector<std::string>& files) {
 bool ParseTimeOption(const std::string& text, const LogStamp& reference, int64_t& nanos) {
     LogStamp s = reference;
     int month = s.month, day = s.day, consumed = 0;
+    // A failed match may have stored some fields already: a time alone keeps the reference day.
     if (std::sscanf(text.c_str(), "%2d-%2d %2d:%2d:%2d%n", &month, &day, &s.hour, &s.minute,
-                    &s.second, &consumed) != 5 &&
-        std::sscanf(text.c_str(), "%2d:%2d:%2d%n", &s.hour, &s.minute, &s.second, &consumed) != 3) {
-        return false;
+                    &s.second, &consumed) != 5) {
+        month = reference.month;
+        day = reference.day;
+        if (std::sscanf(text.c_str(), "%2d:%2d:%2d%n", &s.hour, &s.minute, &s.second, &consumed) !=
+            3) {
+            return false;
+        }
     }
     if (month < 1 || month > 12 || day < 1 || day > 31 || s.hour < 0 || s.hour > 23 ||
         s.minute < 0 || s.minute > 59 || s.second < 0 || s.second > 60) {
