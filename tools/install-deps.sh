@@ -8,7 +8,7 @@ packages=(
     android-liblog-dev android-libutils-dev android-libcutils-dev
     libgtest-dev libgmock-dev googletest
     libbenchmark-dev libspdlog-dev libyuv-dev
-    libcli11-dev libpng-dev nlohmann-json3-dev
+    libcli11-dev libpng-dev
     chromium
 )
 packages+=("$@")
