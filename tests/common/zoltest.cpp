@@ -82,8 +82,11 @@ std::vector<char*> Pointers(std::vector<std::string>& strings) {
 }  // namespace
 
 LogCapture::LogCapture() {
-    std::lock_guard<std::mutex> lock(g_mutex);
-    g_lines = new std::vector<LogLine>();
+    {
+        // Not held across liblog's calls: liblog holds its own lock while calling the logger.
+        std::lock_guard<std::mutex> lock(g_mutex);
+        g_lines = new std::vector<LogLine>();
+    }
     __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
     __android_log_set_logger(CaptureLogger);
 }
