@@ -28,18 +28,15 @@ namespace {
 
 // Lowers a soft limit while it lives. No descriptor can be opened under an RLIMIT_NOFILE of 0,
 // while those open stay usable.
-class Limit {
-public:
-    Limit(decltype(RLIMIT_NOFILE) resource, rlim_t value) : m_resource(resource) {
-        getrlimit(resource, &m_saved);
-        const rlimit lowered = {value, m_saved.rlim_max};
+struct Limit {
+    Limit(decltype(RLIMIT_NOFILE) resource, rlim_t value) : resource(resource) {
+        getrlimit(resource, &saved);
+        const rlimit lowered = {value, saved.rlim_max};
         setrlimit(resource, &lowered);
     }
-    ~Limit() { setrlimit(m_resource, &m_saved); }
-
-private:
-    decltype(RLIMIT_NOFILE) m_resource;
-    rlimit m_saved;
+    ~Limit() { setrlimit(resource, &saved); }
+    decltype(RLIMIT_NOFILE) resource;
+    rlimit saved;
 };
 
 constexpr uint64_t kLines = 300;  // logged while the fault lasts: about 24 KB
@@ -106,8 +103,7 @@ const FaultKind kFaults[] = {
      },
      [](Fault& f) { f.limit.reset(); }, true, false},
     // The file system fills up under the log (ENOSPC, where the size limit gives EFBIG).
-    {"FullFileSystem", [](Fault& f) { return MountPrivateTmpfs(f.dir, 16 * 1024); },
-     [](Fault&) {},
+    {"FullFileSystem", [](Fault& f) { return MountPrivateTmpfs(f.dir, 16 * 1024); }, [](Fault&) {},
      [](Fault& f) {
          ASSERT_EQ(0, mount(nullptr, f.dir.c_str(), nullptr, MS_REMOUNT, "size=1048576"));
      },

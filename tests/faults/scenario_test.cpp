@@ -253,16 +253,17 @@ void Throwing() {
     EXPECT_EQ(2u, log.Count(" threw an exception"));
 }
 
-enum class Fork { kNo, kAtRest, kWhileThreadsLog };
+// What a run's process does beyond the scenario: its offline log on (writing below a device root
+// of the test's own), and a fork, at rest or while threads log.
+enum class Child { kPlain, kLogsToFiles, kForksAtRest, kForksWhileThreadsLog };
 
 struct Scenario {
     const char* name;
     void (*run)();
     int runs;
-    bool offlineLog;  // on, writing below a device root of the test's own
-    Fork fork;
-    std::vector<std::string> inOrder;
-    std::vector<std::string> refused;
+    Child child;
+    std::vector<std::string> inOrder = {};
+    std::vector<std::string> refused = {};
 };
 
 // The exit of a process that used the signal task: everything dropped, then the loop stopped.
@@ -270,23 +271,17 @@ const std::vector<std::string> kExit = {"remove() [", "disconnect all", "loop st
 const std::vector<std::string> kPendingServed = {"task 2 done", "task 3 done"};
 
 const Scenario kScenarios[] = {
-    {"ExitRightAfterCreation", [] { Loop(); }, 50, false, Fork::kNo, kExit, {}},
-    {"ExitWhileTasksRun", Busy, 50, false, Fork::kNo, kExit, {}},
-    {"ExitServesNoPendingSignal", Pending, 10, false, Fork::kNo, kExit, kPendingServed},
-    {"ExitWhileTheLoopLogsToFiles", Busy, 50, true, Fork::kNo, kExit, {}},
-    {"ExitWhileThreadsCallTheSignalTask", Callers, 50, false, Fork::kNo, {}, {}},
-    {"ExitWhileThreadsAreInsideBufferManagers", Managers, 50, false, Fork::kNo, {}, {}},
-    {"ForkAtRest", [] { LogAndFork(0); }, 50, true, Fork::kAtRest, {}, {}},
-    {"ForkUnderEightLoggingThreads",
-     [] { LogAndFork(8); },
-     50,
-     true,
-     Fork::kWhileThreadsLog,
-     {},
-     {}},
-    {"PoolStoppedFromSeveralThreadsAndFromItsTask", PoolStop, 20, false, Fork::kNo, {}, {}},
-    {"DumpAndReadOnA16KiBStack", SmallStack, 5, false, Fork::kNo, {}, {}},
-    {"ThrowingTasksAreLoggedAndSkipped", Throwing, 5, false, Fork::kNo, {}, {}},
+    {"ExitRightAfterCreation", [] { Loop(); }, 50, Child::kPlain, kExit},
+    {"ExitWhileTasksRun", Busy, 50, Child::kPlain, kExit},
+    {"ExitServesNoPendingSignal", Pending, 10, Child::kPlain, kExit, kPendingServed},
+    {"ExitWhileTheLoopLogsToFiles", Busy, 50, Child::kLogsToFiles, kExit},
+    {"ExitWhileThreadsCallTheSignalTask", Callers, 50, Child::kPlain},
+    {"ExitWhileThreadsAreInsideBufferManagers", Managers, 50, Child::kPlain},
+    {"ForkAtRest", [] { LogAndFork(0); }, 50, Child::kForksAtRest},
+    {"ForkUnderEightLoggingThreads", [] { LogAndFork(8); }, 50, Child::kForksWhileThreadsLog},
+    {"PoolStoppedFromSeveralThreadsAndFromItsTask", PoolStop, 20, Child::kPlain},
+    {"DumpAndReadOnA16KiBStack", SmallStack, 5, Child::kPlain},
+    {"ThrowingTasksAreLoggedAndSkipped", Throwing, 5, Child::kPlain},
 };
 
 void PrintTo(const Scenario& scenario, std::ostream* os) {
@@ -306,15 +301,15 @@ TEST_P(ScenarioTest, EveryRunEndsCleanly) {
     // sanitizer does not follow threads started in the child of a threaded process, and the
     // address sanitizer's allocator can be left locked in a child forked while others allocate.
 #if defined(__SANITIZE_THREAD__)
-    if (scenario.fork != Fork::kNo) {
+    if (scenario.child >= Child::kForksAtRest) {
         GTEST_SKIP() << "the child starts threads after the fork of a threaded process";
     }
 #elif defined(__SANITIZE_ADDRESS__)
-    if (scenario.fork == Fork::kWhileThreadsLog) {
+    if (scenario.child == Child::kForksWhileThreadsLog) {
         GTEST_SKIP() << "the child can hang in an allocator lock held at the fork";
     }
 #endif
-    if (ZOLTEST_EMULATED && scenario.fork != Fork::kNo) {
+    if (ZOLTEST_EMULATED && scenario.child >= Child::kForksAtRest) {
         GTEST_SKIP() << "user-mode emulation cannot fork a process that has threads";
     }
     zoltest::DeviceRoot root;
@@ -324,7 +319,7 @@ TEST_P(ScenarioTest, EveryRunEndsCleanly) {
     zoltest::RunOptions options;
     options.env = {std::string(kChild) + "=1",
                    "TSAN_OPTIONS=" + std::string(tsan ? tsan : "") + ":atexit_sleep_ms=0"};
-    if (scenario.offlineLog) {
+    if (scenario.child != Child::kPlain) {
         options.env.push_back("persist.vendor.camera.zoltools.offlinelog=1");
     }
     const ::testing::TestInfo* test = ::testing::UnitTest::GetInstance()->current_test_info();
