@@ -217,6 +217,34 @@ TEST(BuffersHostile, ANamedPoolDestroyedFirstLeavesItsBlocksRefused) {
     }
 }
 
+// A mapping refused for want of address space fails the allocation, logged, and gives the
+// descriptor back.
+TEST(BuffersHostile, AMappingThatFailsIsAFailedAllocation) {
+    if (access("/dev/dma_heap/system", R_OK) == 0 || ZOLTEST_EMULATED) {
+        GTEST_SKIP() << "a real DMA heap fails before mapping; an emulator ignores RLIMIT_AS";
+    }
+    ZOLOfflineLog::GetInstance();  // its workers' stacks are mapped before the limit
+    unsigned long pages = 0;
+    FILE* statm = fopen("/proc/self/statm", "r");
+    ASSERT_TRUE(statm != nullptr && fscanf(statm, "%lu", &pages) == 1);
+    fclose(statm);
+    ZOLBufferAllocator allocator;
+    const int fds = zoltest::CountOpenFds();
+    zoltest::LogCapture log;
+    char* buffer = nullptr;
+    int fd = -1;
+    int result = 0;
+    {
+        // 256 MiB more than is mapped now (a sanitizer's shadow included): 1 GiB cannot be.
+        Limit space(RLIMIT_AS, pages * sysconf(_SC_PAGESIZE) + (256ul << 20));
+        result = allocator.AllocDMABuffer(1ul << 30, &buffer, fd);
+    }
+    EXPECT_EQ(-1, result);
+    EXPECT_EQ(nullptr, buffer);
+    EXPECT_EQ(fds, zoltest::CountOpenFds()) << "the descriptor is given back";
+    EXPECT_EQ(1u, log.Count("Mmap DMA Buffer fail, pBuffer is nullptr"));
+}
+
 // A cache sync of a descriptor that is not open is refused as the kernel would refuse it.
 TEST(BuffersHostile, SyncRefusesDescriptorsThatAreNotOpen) {
     ZOLBufferAllocator allocator;

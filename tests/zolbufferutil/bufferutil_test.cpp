@@ -144,6 +144,38 @@ TEST(BufferFileEdges, ShortAndMissingFilesAndRowsPastInt) {
     EXPECT_TRUE(log.Lines().empty());
 }
 
+// The plane functions move one row per stride; empty requests (no rows, no bytes, no plane,
+// no file, no path) move nothing and crash nothing.
+TEST(BufferFileEdges, PlaneFunctionsMoveOneRowPerStrideAndIgnoreEmptyRequests) {
+    const uint8_t src[12] = {1, 2, 3, 9, 4, 5, 6, 9, 7, 8, 9, 9};
+    zoltest::TempDir dir;
+    const std::string path = dir / "p.raw";
+    FILE* file = fopen(path.c_str(), "wb+");
+    ASSERT_NE(nullptr, file);
+    uint8_t* plane = const_cast<uint8_t*>(src);
+    ZOLBufferUtil::ZOLDumpPlane(file, plane, 3, 3, 4);
+    ZOLBufferUtil::ZOLDumpPlane(file, plane, 3, 0, 4);
+    ZOLBufferUtil::ZOLDumpPlane(file, plane, -1, 2, 4);
+    ZOLBufferUtil::ZOLDumpPlane(file, nullptr, 3, 2, 4);
+    ZOLBufferUtil::ZOLDumpPlane(nullptr, plane, 3, 2, 4);
+    rewind(file);
+    uint8_t dst[10] = {};
+    ZOLBufferUtil::ZOLReadPlane(file, dst, 3, 0, 3);
+    ZOLBufferUtil::ZOLReadPlane(file, dst, -1, 2, 3);
+    ZOLBufferUtil::ZOLReadPlane(file, nullptr, 3, 2, 3);
+    ZOLBufferUtil::ZOLReadPlane(nullptr, dst, 3, 2, 3);
+    EXPECT_EQ(0, ftell(file));
+    ZOLBufferUtil::ZOLReadPlane(file, dst, 3, 1, 3);  // a single row is a read too
+    ZOLBufferUtil::ZOLReadPlane(file, dst + 3, 3, 2, 3);
+    fclose(file);
+    EXPECT_EQ(std::string("\1\2\3\4\5\6\7\10\11", 9), zoltest::ReadFile(path));
+    EXPECT_EQ(std::vector<uint8_t>({1, 2, 3, 4, 5, 6, 7, 8, 9, 0}),
+              std::vector<uint8_t>(dst, dst + 10));
+    TestImage image(0, 4, 4, 4, 16, 0);
+    EXPECT_FALSE(ZOLBufferUtil::ZOLBufferDump(&image.buffer, nullptr));
+    EXPECT_FALSE(ZOLBufferUtil::ZOLBufferDump(nullptr, path.c_str()));
+}
+
 TEST(BufferUtilDeathTest, RowSizesThatOverflowAbort) {
     zoltest::TempDir dir;
     std::string path = dir.WriteFile("f.yuv", "");
