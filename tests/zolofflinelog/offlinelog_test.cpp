@@ -221,6 +221,8 @@ TEST(OfflineLog, SwitchedByThePropertyElseTheSettingsFile) {
         {nullptr, "ZOLOfflineLogFalse=true\n", true},  // true first
         {nullptr, "ZOLOfflineLog=true\nZOLOfflineLog=1\nZOLOfflineLog=0\n", true},
         {nullptr, "ZOLOfflineLog=true\nZOLOfflineLog=false\n", false},
+        {nullptr, "ZOLOfflineLog=true\nZOLOfflineLog=FALSE\n", false},  // A to Z lowered
+        {nullptr, "ZOLOfflineLog= rue\n", false},                       // every letter compared
         {nullptr, "ZOLOfflineLog=true\n ZOLOfflineLog=false\n", true},  // the key starts a line
         {nullptr, "zolofflinelog=true\n", false},                       // in exact case
         {nullptr, "ZOLOfflineLog true\n", false},
