@@ -218,7 +218,8 @@ TEST(TraveDir, ListsVisibleNamesAndDescendsFromTheWorkingDirectoryOnly) {
         }
         ASSERT_EQ(0, chdir(row.fromInside ? (dir / "d").c_str() : previous));
         std::vector<std::string> names = {"kept"};
-        ZOLBufferUtil::traveDir((dir / "d").c_str(), row.depth, names);
+        const int result = ZOLBufferUtil::traveDir((dir / "d").c_str(), row.depth, names);
+        EXPECT_EQ(row.files[0] == "d" ? -1 : 0, result);  // -1: not a directory it can open
         names.erase(names.begin());
         EXPECT_EQ(row.names, names) << row.files[0] << " depth " << row.depth;
         ASSERT_EQ(0, chdir(previous));
