@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "zolbuffermanager.h"
+#include "zolbufferpoolinternal.h"
 #include "zoltest.h"
 
 namespace {
@@ -112,6 +113,12 @@ TEST(BufferPool, RecyclesExactSizeAndTypeLastInFirstOutUntilTheLastClientLeaves)
         for (void* p : {heap[2], heap[0], heap[1]}) {
             EXPECT_EQ(p, pool.GetBufferFromPool(4096, fd, kHeap));
         }
+        // The busy block around an address (how a replay bounds its reads), from its start to
+        // its end; none past the end of one.
+        ptrdiff_t begin = 0, end = 0;
+        ASSERT_TRUE(zol::FindBusyBlock(static_cast<char*>(dma) + 100, &begin, &end));
+        EXPECT_EQ(std::make_pair(ptrdiff_t{-100}, ptrdiff_t{3996}), std::make_pair(begin, end));
+        EXPECT_FALSE(zol::FindBusyBlock(static_cast<char*>(smaller) + 4000, &begin, &end));
         for (void* p : {dma, smaller, heap[0], heap[1], heap[2]}) {
             pool.PutBufferToPool(p);
         }
