@@ -49,7 +49,7 @@ struct LogOptions {
     bool follow = false;    // then keep printing what is appended to the newest file
     int pollMilliseconds = 250;
     const std::atomic<bool>* stop = nullptr;  // ends --follow when it becomes true
-    std::string trace;  // write the lines to this trace-event JSON file instead of printing
+    std::string trace;   // write the lines to this trace-event JSON file instead of printing
     bool stats = false;  // print the buffer pool's stats lines as a table instead
 };
 int RunLog(const LogOptions& options, const Streams& io);
