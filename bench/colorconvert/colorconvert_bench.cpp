@@ -15,7 +15,7 @@
 #include "colorconvert_reference.h"
 #include "libyuv.h"
 #include "zolbufferutil.h"
-#include "zolbufferutil/zolcolorconvert_rows.h"
+#include "zolbufferutil/internal/zolcolorconvert_rows.h"
 
 namespace {
 

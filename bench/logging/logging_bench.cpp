@@ -32,7 +32,7 @@
 #include <vector>
 
 #include "zolofflinelog.h"
-#include "zolofflinelog/zolofflinelogline.h"
+#include "zolofflinelog/internal/zolofflinelogline.h"
 #include "zoltoolsdef.h"
 
 namespace {

@@ -14,12 +14,12 @@
 #include <memory>
 
 #include "platform/properties.h"
-#include "zolalgosimulation/zolalgosimulationinternal.h"
+#include "zolalgosimulation/internal/zolalgosimulationinternal.h"
 #include "zolbufferutil.h"
-#include "zolbuffermanager/zolbufferpoolinternal.h"
-#include "zolbufferutil/zolplanegeometry.h"
+#include "zolbuffermanager/internal/zolbufferpoolinternal.h"
+#include "zolbufferutil/internal/zolplanegeometry.h"
 #include "zoltoolsdef.h"
-#include "zoltoolsdef/zolfatal.h"
+#include "zoltoolsdef/internal/zolfatal.h"
 
 // Read once, while the library is loaded (after the log level, before the buffer pool).
 int32_t ZOLAlgoSimulationMode =

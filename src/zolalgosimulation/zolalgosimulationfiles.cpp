@@ -9,7 +9,7 @@
 #include <memory>
 
 #include "zolalgosimulation.h"
-#include "zolalgosimulation/zolalgosimulationinternal.h"
+#include "zolalgosimulation/internal/zolalgosimulationinternal.h"
 #include "zoltoolsdef.h"
 
 using zol::algosim::UniqueFile;

@@ -1,4 +1,4 @@
-#include "zolalgosimulation/zolalgosimulationinternal.h"
+#include "zolalgosimulation/internal/zolalgosimulationinternal.h"
 
 #include <cstdio>
 #include <string>

@@ -6,9 +6,9 @@
 #include <set>
 #include <string>
 
-#include "zolbuffermanager/zolbufferpoolinternal.h"
+#include "zolbuffermanager/internal/zolbufferpoolinternal.h"
 #include "zoltoolsdef.h"
-#include "zoltoolsdef/zolfatal.h"
+#include "zoltoolsdef/internal/zolfatal.h"
 
 namespace {
 

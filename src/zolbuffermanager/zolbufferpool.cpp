@@ -10,9 +10,9 @@
 #include <vector>
 
 #include "zolbuffermanager.h"
-#include "zolbuffermanager/zolbufferpoolinternal.h"
+#include "zolbuffermanager/internal/zolbufferpoolinternal.h"
 #include "zoltoolsdef.h"
-#include "zoltoolsdef/zolfatal.h"
+#include "zoltoolsdef/internal/zolfatal.h"
 
 namespace {
 

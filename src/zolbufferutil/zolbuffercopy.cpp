@@ -3,7 +3,7 @@
 #include <cstring>
 
 #include "zolbufferutil.h"
-#include "zoltoolsdef/zolfatal.h"
+#include "zoltoolsdef/internal/zolfatal.h"
 
 void ZOLBufferUtil::ZOLCopyPlane(unsigned char* dst, unsigned char* src, int rowBytes, int rows,
                                  int dstStride, int srcStride) {

@@ -10,9 +10,9 @@
 #include <cstring>
 
 #include "zolbufferutil.h"
-#include "zolbufferutil/zolplanegeometry.h"
+#include "zolbufferutil/internal/zolplanegeometry.h"
 #include "zoltoolsdef.h"
-#include "zoltoolsdef/zolfd.h"
+#include "zoltoolsdef/internal/zolfd.h"
 
 namespace {
 

@@ -4,8 +4,8 @@
 #include <cstddef>
 
 #include "zolbufferutil.h"
-#include "zolbufferutil/zolcolorconvert_rows.h"
-#include "zoltoolsdef/zolfatal.h"
+#include "zolbufferutil/internal/zolcolorconvert_rows.h"
+#include "zoltoolsdef/internal/zolfatal.h"
 
 namespace zol::colorconvert {
 namespace {

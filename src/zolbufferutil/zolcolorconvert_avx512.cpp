@@ -4,7 +4,7 @@
 // DQ).
 #include <immintrin.h>
 
-#include "zolbufferutil/zolcolorconvert_x86.h"
+#include "zolbufferutil/internal/zolcolorconvert_x86.h"
 
 namespace zol::colorconvert {
 namespace {

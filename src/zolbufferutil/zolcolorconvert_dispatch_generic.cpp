@@ -1,5 +1,5 @@
 // Kernel choice where the build has no SIMD kernels: the portable one.
-#include "zolbufferutil/zolcolorconvert_rows.h"
+#include "zolbufferutil/internal/zolcolorconvert_rows.h"
 
 namespace zol::colorconvert {
 

@@ -1,5 +1,5 @@
 // Kernel choice on x86-64: the widest instruction set the CPU reports, asked once.
-#include "zolbufferutil/zolcolorconvert_x86.h"
+#include "zolbufferutil/internal/zolcolorconvert_x86.h"
 
 namespace zol::colorconvert {
 

@@ -14,7 +14,7 @@
 // streaming store that GCC's intrinsics reach, so the streaming variant is the plain kernel.
 #include <arm_neon.h>
 
-#include "zolbufferutil/zolcolorconvert_neon.h"
+#include "zolbufferutil/internal/zolcolorconvert_neon.h"
 
 namespace zol::colorconvert {
 namespace {

@@ -1,6 +1,6 @@
 // Portable row kernels: the integer formulation of zolcolorconvert_rows.h, one pixel at a time.
 // They also convert the SIMD kernels' row tails and the rare pixel pairs those hand back.
-#include "zolbufferutil/zolcolorconvert_rows.h"
+#include "zolbufferutil/internal/zolcolorconvert_rows.h"
 
 namespace zol::colorconvert {
 namespace {

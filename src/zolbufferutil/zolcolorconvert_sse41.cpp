@@ -2,7 +2,7 @@
 // Built with -msse4.1; run only where the CPU has it.
 #include <immintrin.h>
 
-#include "zolbufferutil/zolcolorconvert_x86.h"
+#include "zolbufferutil/internal/zolcolorconvert_x86.h"
 
 namespace zol::colorconvert {
 namespace {

@@ -1,8 +1,8 @@
-#include "zolbufferutil/zolplanegeometry.h"
+#include "zolbufferutil/internal/zolplanegeometry.h"
 
 #include <cstdint>
 
-#include "zoltoolsdef/zolfatal.h"
+#include "zoltoolsdef/internal/zolfatal.h"
 
 namespace zol {
 

@@ -12,7 +12,7 @@
 #include <new>
 
 #include "platform/properties.h"
-#include "zolofflinelog/zolofflinelogline.h"
+#include "zolofflinelog/internal/zolofflinelogline.h"
 
 namespace {
 

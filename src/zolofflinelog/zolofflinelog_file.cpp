@@ -10,8 +10,8 @@
 #include <string>
 
 #include "zolofflinelog.h"
-#include "zolofflinelog/zolofflinelogline.h"
-#include "zoltoolsdef/zolfd.h"
+#include "zolofflinelog/internal/zolofflinelogline.h"
+#include "zoltoolsdef/internal/zolfd.h"
 
 namespace {
 

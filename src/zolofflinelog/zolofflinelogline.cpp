@@ -1,4 +1,4 @@
-#include "zolofflinelog/zolofflinelogline.h"
+#include "zolofflinelog/internal/zolofflinelogline.h"
 
 #include <pthread.h>
 #include <sys/time.h>

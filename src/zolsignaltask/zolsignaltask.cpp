@@ -10,7 +10,7 @@
 
 #include "zolofflinelog.h"
 #include "zoltoolsdef.h"
-#include "zoltoolsdef/zolfatal.h"
+#include "zoltoolsdef/internal/zolfatal.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "zoltoolsdef/zolfatal.h"
+#include "zoltoolsdef/internal/zolfatal.h"
 
 #include <android/log.h>
 

@@ -1,4 +1,4 @@
-#include "zoltoolsdef/zolfd.h"
+#include "zoltoolsdef/internal/zolfd.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

@@ -13,8 +13,8 @@
 
 #include "platform/devicepath.h"
 #include "platform/properties.h"
-#include "zoltoolsdef/zolfatal.h"
-#include "zoltoolsdef/zolfd.h"
+#include "zoltoolsdef/internal/zolfatal.h"
+#include "zoltoolsdef/internal/zolfd.h"
 
 namespace {
 

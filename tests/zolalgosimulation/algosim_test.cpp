@@ -16,7 +16,7 @@
 #include <vector>
 
 #include "zolalgosimulation.h"
-#include "zolalgosimulation/zolalgosimulationinternal.h"
+#include "zolalgosimulation/internal/zolalgosimulationinternal.h"
 #include "zoltest.h"
 
 namespace {

@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "zolbuffermanager.h"
-#include "zolbufferpoolinternal.h"
+#include "zolbuffermanager/internal/zolbufferpoolinternal.h"
 #include "zoltest.h"
 
 namespace {

@@ -12,7 +12,7 @@
 
 #include "colorconvert_reference.h"
 #include "zolbufferutil.h"
-#include "zolbufferutil/zolcolorconvert_rows.h"
+#include "zolbufferutil/internal/zolcolorconvert_rows.h"
 
 namespace cc = zol::colorconvert;
 namespace ref = colorconvert_reference;

@@ -17,7 +17,7 @@
 
 #include "failing_new.h"
 #include "zolofflinelog.h"
-#include "zolofflinelog/zolofflinelogline.h"
+#include "zolofflinelog/internal/zolofflinelogline.h"
 #include "zolthreadcontextmanager.h"
 #include "zoltest.h"
 

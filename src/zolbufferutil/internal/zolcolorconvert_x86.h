@@ -8,7 +8,7 @@
 
 #include <cstdint>
 
-#include "zolbufferutil/zolcolorconvert_rows.h"
+#include "zolbufferutil/internal/zolcolorconvert_rows.h"
 
 namespace zol::colorconvert {
 

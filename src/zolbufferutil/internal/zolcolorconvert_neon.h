@@ -2,7 +2,7 @@
 // sources.
 #pragma once
 
-#include "zolbufferutil/zolcolorconvert_rows.h"
+#include "zolbufferutil/internal/zolcolorconvert_rows.h"
 
 namespace zol::colorconvert {
 
