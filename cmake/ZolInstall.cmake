@@ -6,15 +6,12 @@ install(TARGETS zoltools EXPORT zoltoolsTargets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
     INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zoltools)
 
-# Public headers: each unit's own header, plus the few headers they include.
-foreach(unit IN LISTS ZOL_UNITS)
-    install(FILES src/${unit}/${unit}.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zoltools)
+# The public headers, at the paths they have in the build tree's include folder.
+foreach(header IN LISTS ZOL_PUBLIC_HEADERS)
+    zol_public_header_path(path ${header})
+    get_filename_component(dir ${CMAKE_INSTALL_INCLUDEDIR}/zoltools/${path} DIRECTORY)
+    install(FILES ${header} DESTINATION ${dir})
 endforeach()
-install(FILES
-    src/zoltoolsdef/zolexport.h
-    src/zolbuffermanager/zolimagebuffer.h
-    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zoltools)
-install(DIRECTORY src/platform/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zoltools)
 
 install(EXPORT zoltoolsTargets NAMESPACE zoltools::
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/zoltools)

@@ -18,5 +18,9 @@ endif()
 add_library(zol::android_log UNKNOWN IMPORTED)
 set_target_properties(zol::android_log PROPERTIES IMPORTED_LOCATION "${ZOL_ANDROID_LOG_LIBRARY}")
 
-# Host stand-ins for device headers (BufferAllocator/BufferAllocator.h, ui/GraphicBuffer.h, ...).
-set(ZOL_PLATFORM_PUBLIC_INCLUDE_DIRS ${CMAKE_CURRENT_SOURCE_DIR}/src/platform/include)
+# Host stand-ins for device headers, public because the units' headers include them.
+set(ZOL_PLATFORM_PUBLIC_HEADERS
+    src/platform/include/BufferAllocator/BufferAllocator.h
+    src/platform/include/android/hardware_buffer.h
+    src/platform/include/ui/GraphicBuffer.h
+    src/platform/include/zolchituning.h)
