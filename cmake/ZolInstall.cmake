@@ -15,6 +15,9 @@ endforeach()
 
 install(EXPORT zoltoolsTargets NAMESPACE zoltools::
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/zoltools)
+# The same package from the build tree (find_package with zoltools_DIR=<build dir>), whose
+# include folder holds the public headers only, as the installed one does.
+export(EXPORT zoltoolsTargets NAMESPACE zoltools:: FILE ${CMAKE_CURRENT_BINARY_DIR}/zoltoolsTargets.cmake)
 configure_package_config_file(cmake/zoltoolsConfig.cmake.in
     ${CMAKE_CURRENT_BINARY_DIR}/zoltoolsConfig.cmake
     INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/zoltools)
