@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -22,10 +23,14 @@ namespace {
 
 constexpr uint32_t kPadding = 128;  // bytes of stride padding per row
 
-// An NV21 image with both planes stride-padded, filled with non-zero bytes.
+// An NV21 image with both planes stride-padded, filled with non-zero bytes. Each plane starts
+// `offset` bytes into a page-aligned block, so that two images can be placed at chosen page
+// offsets from each other (rows of the same page offset 4K-alias between source and
+// destination).
 struct Nv21 {
-    Nv21(uint32_t width, uint32_t height)
-        : luma(size_t{width + kPadding} * height, 0x5A), chroma(luma.size() / 2, 0xA5) {
+    Nv21(uint32_t width, uint32_t height, size_t offset = 0)
+        : lumaBlock(Block(size_t{width + kPadding} * height + offset, 0x5A)),
+          chromaBlock(Block(size_t{width + kPadding} * height / 2 + offset, 0xA5)) {
         buffer = {};
         buffer.format = 0;
         buffer.width = width;
@@ -33,13 +38,23 @@ struct Nv21 {
         buffer.planeStride = width + kPadding;
         buffer.sliceHeight = height;
         buffer.numberOfPlanes = 2;
-        buffer.Addr[0] = luma.data();
-        buffer.Addr[1] = chroma.data();
+        buffer.Addr[0] = lumaBlock.get() + offset;
+        buffer.Addr[1] = chromaBlock.get() + offset;
     }
     size_t PayloadBytes() const { return size_t{buffer.width} * buffer.height * 3 / 2; }
 
-    std::vector<uint8_t> luma;
-    std::vector<uint8_t> chroma;
+    struct Free {
+        void operator()(uint8_t* p) const { free(p); }
+    };
+    using Owned = std::unique_ptr<uint8_t, Free>;
+    static Owned Block(size_t bytes, uint8_t fill) {
+        Owned block(static_cast<uint8_t*>(aligned_alloc(4096, (bytes + 4095) / 4096 * 4096)));
+        memset(block.get(), fill, bytes);
+        return block;
+    }
+
+    Owned lumaBlock;
+    Owned chromaBlock;
     ZOLImageBuffer buffer;
 };
 
@@ -66,9 +81,10 @@ void SetBytes(benchmark::State& state, size_t bytes) {
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * bytes));
 }
 
+// range(2): the destination planes' page offset; the source's is 0.
 void BM_BufferCopy(benchmark::State& state) {
     Nv21 src(state.range(0), state.range(1));
-    Nv21 dst(state.range(0), state.range(1));
+    Nv21 dst(state.range(0), state.range(1), state.range(2));
     for (auto _ : state) {
         benchmark::DoNotOptimize(ZOLBufferUtil::ZOLBufferCopy(&dst.buffer, &src.buffer));
         benchmark::ClobberMemory();
@@ -139,7 +155,12 @@ void Sizes(benchmark::internal::Benchmark* b) {
     b->Args({4000, 3000})->Args({1920, 1080})->Unit(benchmark::kMillisecond)->UseRealTime();
 }
 
-BENCHMARK(BM_BufferCopy)->Apply(Sizes);
+// Destination at the source's page offset (rows 4K-alias) and 1 KiB further on (they do not).
+BENCHMARK(BM_BufferCopy)
+    ->ArgsProduct({{4000}, {3000}, {0, 1024}})
+    ->ArgsProduct({{1920}, {1080}, {0, 1024}})
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
 BENCHMARK(BM_MemcpyPayload)->Apply(Sizes);
 BENCHMARK(BM_BufferDump)->Apply(Sizes);
 BENCHMARK(BM_WriteOnce)->Apply(Sizes);

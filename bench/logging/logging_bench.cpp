@@ -8,6 +8,8 @@
 //  - lines per second that the workers get into the files.
 // The Android log goes to stderr on the host; stderr is pointed at /dev/null while this runs.
 // Logs go below a fresh directory in $TMPDIR (or /tmp), removed at the end.
+// ZOL_BENCH_HOG=n runs n threads that spin at normal priority for the whole run, as a busy
+// camera process's other threads would.
 #include <benchmark/benchmark.h>
 #include <spdlog/async.h>
 #include <spdlog/sinks/rotating_file_sink.h>
@@ -20,6 +22,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
@@ -395,8 +398,22 @@ int main(int argc, char** argv) {
     const int null = open("/dev/null", O_WRONLY);
     dup2(null, STDERR_FILENO);
 
+    std::atomic<bool> hogging{true};
+    std::vector<std::thread> hogs;
+    const char* hogCount = std::getenv("ZOL_BENCH_HOG");
+    for (int i = 0; hogCount != nullptr && i < std::atoi(hogCount); ++i) {
+        hogs.emplace_back([&] {
+            while (hogging.load(std::memory_order_relaxed)) {
+            }
+        });
+    }
+
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
+    hogging = false;
+    for (std::thread& hog : hogs) {
+        hog.join();
+    }
     benchmark::Shutdown();
 
     ZOLOfflineLog::GetInstance()->WaitForQueuedLines();

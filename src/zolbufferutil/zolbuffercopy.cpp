@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "zolbufferutil.h"
+#include "zolbufferutil/internal/zolbuffercopy_rows.h"
 #include "zoltoolsdef/internal/zolfatal.h"
 
 void ZOLBufferUtil::ZOLCopyPlane(unsigned char* dst, unsigned char* src, int rowBytes, int rows,
@@ -12,11 +13,15 @@ void ZOLBufferUtil::ZOLCopyPlane(unsigned char* dst, unsigned char* src, int row
     if (rows < 1 || rowBytes < 1 || dst == nullptr || src == nullptr) {
         return;
     }
-    for (int r = 0; r < rows; ++r) {
-        // Offsets in ptrdiff_t: rows x stride may exceed int for large planes.
-        memcpy(dst + static_cast<ptrdiff_t>(r) * dstStride,
-               src + static_cast<ptrdiff_t>(r) * srcStride, static_cast<size_t>(rowBytes));
+    const auto bytes = static_cast<size_t>(rowBytes);
+    const auto count = static_cast<size_t>(rows);
+    // Rows without padding on either side: the plane is one span.
+    if (dstStride == rowBytes && srcStride == rowBytes) {
+        memcpy(dst, src, bytes * count);
+        return;
     }
+    // Strides in ptrdiff_t: rows x stride may exceed int for large planes.
+    zol::buffercopy::CopyRows(dst, src, bytes, count, dstStride, srcStride);
 }
 
 bool ZOLBufferUtil::ZOLBufferCopy(ZOLImageBuffer* dst, ZOLImageBuffer* src) {

@@ -3,7 +3,10 @@
 #include "zolofflinelog.h"
 
 #include <pthread.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -30,6 +33,29 @@ bool Destroyed() {
 
 // The object, for the fork handlers (which take no argument). Set once by the constructor.
 ZOLOfflineLog* g_instance = nullptr;
+
+// Nice value of a worker that writes lines. Ten writers that open, append and close a file for
+// every line would otherwise take the CPU from the threads that log (a capture thread in a
+// burst was preempted by them for tens of microseconds); at this value they run on what those
+// threads leave, and still keep up with a burst once it ends.
+constexpr int kWriterNice = 10;
+
+// Puts the calling worker at the writers' priority, once per thread. Only ever lowers it (a
+// thread may not raise its own priority back without privilege); failure leaves it as it was.
+void WriterPriority() {
+    thread_local bool done = false;
+    if (!done) {
+        done = true;
+        const int saved = errno;
+        const auto tid = static_cast<id_t>(gettid());
+        errno = 0;
+        const int now = getpriority(PRIO_PROCESS, tid);
+        if (errno == 0 && now < kWriterNice) {
+            setpriority(PRIO_PROCESS, tid, kWriterNice);
+        }
+        errno = saved;
+    }
+}
 
 // The decision of the constructor: the property, and when it is unset (or -1) the settings file.
 bool DecideEnable() {
@@ -221,6 +247,7 @@ void ZOLOfflineLog::SaveLog(void* data, unsigned int size) {
     if (Destroyed()) {
         return;
     }
+    WriterPriority();
     ZOLOfflineLog* log = GetInstance();
     if (data != nullptr && size == kLineBlockSize) {
         log->FlushLogPoolToFile2(static_cast<ZOLOfflineLogParameter*>(data));

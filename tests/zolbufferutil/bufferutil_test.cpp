@@ -26,7 +26,9 @@ TEST(BufferCopy, SourceRowsLandInTheDestinationsRowsAndNothingElseMoves) {
     } rows[] = {
         {{0, 1}, {6, 6}, {4, 4}, {8, 11}, true, 4, 6, 2},  // strides differ
         {{0, 0}, {6, 4}, {4, 6}, {8, 8}, true, 4, 6, 2},   // transposed sizes match, no rotation
-        {{1, 7}, {4, 4}, {2, 2}, {8, 8}, true, 2, 4, 1},   // either format 0 or 1 will do
+        {{0, 0}, {1100, 1100}, {4, 4}, {1100, 1100}, true, 4, 1100, 2},  // unpadded: one span
+        {{0, 0}, {1100, 1100}, {4, 4}, {1104, 1280}, true, 4, 1100, 2},  // long padded rows
+        {{1, 7}, {4, 4}, {2, 2}, {8, 8}, true, 2, 4, 1},  // either format 0 or 1 will do
         {{0, 0}, {6, 6}, {4, 3}, {8, 8}, false, 0, 0, 0},
         {{7, 5}, {5, 5}, {3, 3}, {12, 16}, true, 3, 10, 0},  // 16 bits, one plane
         {{5, 5}, {5, 5}, {0, 0}, {12, 16}, true, 0, 0, 0},
@@ -37,8 +39,10 @@ TEST(BufferCopy, SourceRowsLandInTheDestinationsRowsAndNothingElseMoves) {
         {{0, 0}, {1u << 31, 1u << 31}, {2, 2}, {8, 8}, true, 0, 0, 0},  // rows past int: none
     };
     for (const auto& row : rows) {
-        TestImage src(row.format[0], row.width[0], row.height[0], row.stride[0], 96, 1);
-        TestImage dst(row.format[1], row.width[1], row.height[1], row.stride[1], 96, 0);
+        // Room for six rows (the tallest image here), and never under 96 bytes.
+        const auto bytes = [&](int k) { return std::max<size_t>(96, size_t{row.stride[k]} * 6); };
+        TestImage src(row.format[0], row.width[0], row.height[0], row.stride[0], bytes(0), 1);
+        TestImage dst(row.format[1], row.width[1], row.height[1], row.stride[1], bytes(1), 0);
         dst.Fill(0xEE);
         EXPECT_EQ(row.copied, ZOLBufferUtil::ZOLBufferCopy(&dst.buffer, &src.buffer))
             << row.format[0] << " to " << row.format[1];
