@@ -217,8 +217,8 @@ public:
     static void LogStats();
 
     // Free blocks per type (index 0 heap, 1 DMA), by size; newest at the back.
-    static std::map<uint32_t, std::deque<ZOLBufferPoolBufferInfo>> (&m_freeBufferList)[2]
-        ZOL_GUARDED_BY(m_freeBufferListLock);
+    ZOL_GUARDED_BY(m_freeBufferListLock)
+    static std::map<uint32_t, std::deque<ZOLBufferPoolBufferInfo>> (&m_freeBufferList)[2];
     static ZOLMutex& m_freeBufferListLock;
     // Blocks handed out and not yet returned, by address.
     static std::map<void*, ZOLBufferPoolBufferInfo>& m_busyBufferList

@@ -124,8 +124,8 @@ private:
     // Oldest first, no repeats.
     std::list<unsigned long> m_signals ZOL_GUARDED_BY(m_signalMutex);
     bool m_stop ZOL_GUARDED_BY(m_signalMutex) = false;
-    std::list<std::thread> m_threads;  // the loop thread; touched only by the ctor and dtor
-    ZOLConditionVariable m_cond;       // waited on with m_signalMutex
+    std::list<std::thread> m_threads;   // the loop thread; touched only by the ctor and dtor
+    ZOLConditionVariable m_cond;        // waited on with m_signalMutex
     [[maybe_unused]] ZOLMutex m_mutex;  // not taken by any operation
     ZOLMutex m_taskMutex;
     ZOLMutex m_signalMutex;
