@@ -4,7 +4,7 @@
 set -euo pipefail
 
 packages=(
-    cmake g++ make git
+    cmake g++ clang make git
     android-liblog-dev android-libutils-dev android-libcutils-dev
     libgtest-dev libgmock-dev googletest
     libbenchmark-dev libspdlog-dev libyuv-dev

@@ -5,7 +5,8 @@
 
 #include <cerrno>
 #include <map>
-#include <mutex>
+
+#include "zolmutex.h"
 
 namespace zol {
 
@@ -21,8 +22,8 @@ struct NameRecord {
 // number ever named, overwritten when the number is named again: bounded by the descriptors
 // in use at once, never by the buffers made over time.
 struct NameRecords {
-    std::mutex lock;
-    std::map<int, NameRecord> byFd;  // guarded by lock
+    ZOLMutex lock;
+    std::map<int, NameRecord> byFd ZOL_GUARDED_BY(lock);
 };
 
 NameRecords& Records() {
@@ -66,7 +67,7 @@ int SetDmaBufName(int fd, const char* name) {
     }
     record.name[i] = '\0';
     NameRecords& records = Records();
-    std::lock_guard<std::mutex> lock(records.lock);
+    ZOLMutexLocker lock(records.lock);
     records.byFd[fd] = record;
     return 0;
 }
@@ -78,7 +79,7 @@ std::string GetDmaBufName(int fd) {
     }
     {
         NameRecords& records = Records();
-        std::lock_guard<std::mutex> lock(records.lock);
+        ZOLMutexLocker lock(records.lock);
         auto found = records.byFd.find(fd);
         if (found != records.byFd.end() && found->second.dev == st.st_dev &&
             found->second.ino == st.st_ino) {

@@ -17,8 +17,8 @@ constexpr unsigned kMaxPlanes = 4;
 // The live managers, for the pool's stats line. Never destroyed: managers may still come and go
 // on other threads while the process exits. Lock order: registry lock, then a manager's m_lock.
 struct ManagerRegistry {
-    std::mutex lock;
-    std::set<ZOLBufferManager*> managers;  // guarded by lock
+    ZOLMutex lock;
+    std::set<ZOLBufferManager*> managers ZOL_GUARDED_BY(lock);
 };
 
 ManagerRegistry& Registry() {
@@ -28,13 +28,13 @@ ManagerRegistry& Registry() {
 
 void Register(ZOLBufferManager* manager) {
     ManagerRegistry& registry = Registry();
-    std::lock_guard<std::mutex> lock(registry.lock);
+    ZOLMutexLocker lock(registry.lock);
     registry.managers.insert(manager);
 }
 
 void Unregister(ZOLBufferManager* manager) {
     ManagerRegistry& registry = Registry();
-    std::lock_guard<std::mutex> lock(registry.lock);
+    ZOLMutexLocker lock(registry.lock);
     registry.managers.erase(manager);
 }
 
@@ -57,7 +57,7 @@ void LogNotAllocatedHere(const std::string& name, const void* pBuffer) {
 
 ZOLBufferManager::ZOLBufferManager() : m_name("UnknowBufferManager") {
     {
-        std::lock_guard<std::mutex> lock(m_lock);
+        ZOLMutexLocker lock(m_lock);
         m_allocatedBuffers.clear();
         m_statsName = StatsName(m_name);
     }
@@ -71,7 +71,7 @@ ZOLBufferManager::ZOLBufferManager(const std::string& name) {
     m_name = name;
     m_bufferPool.SetClientName(std::string(name));
     {
-        std::lock_guard<std::mutex> lock(m_lock);
+        ZOLMutexLocker lock(m_lock);
         m_statsName = StatsName(m_name);
     }
     Register(this);
@@ -79,7 +79,7 @@ ZOLBufferManager::ZOLBufferManager(const std::string& name) {
 
 ZOLBufferManager::~ZOLBufferManager() {
     Unregister(this);
-    std::lock_guard<std::mutex> lock(m_lock);
+    ZOLMutexLocker lock(m_lock);
     if (!m_allocatedBuffers.empty()) {
         ZOL_LOGW(
             "[%s] %s:%d %s() %d buffer not free when buffer manager destory, release them "
@@ -100,12 +100,12 @@ ZOLBufferManager::~ZOLBufferManager() {
 void ZOLBufferManager::SetManagerName(const std::string& name) {
     m_name = name;
     m_bufferPool.SetClientName(std::string(name));
-    std::lock_guard<std::mutex> lock(m_lock);
+    ZOLMutexLocker lock(m_lock);
     m_statsName = StatsName(m_name);
 }
 
 uint64_t ZOLBufferManager::BusyBytes() {
-    std::lock_guard<std::mutex> lock(m_lock);
+    ZOLMutexLocker lock(m_lock);
     return m_busyBytes;
 }
 
@@ -114,9 +114,9 @@ void ZOLBufferPool::LogStats() {
     std::map<std::string, uint64_t> managers;
     {
         ManagerRegistry& registry = Registry();
-        std::lock_guard<std::mutex> lock(registry.lock);
+        ZOLMutexLocker lock(registry.lock);
         for (ZOLBufferManager* manager : registry.managers) {
-            std::lock_guard<std::mutex> managerLock(manager->m_lock);
+            ZOLMutexLocker managerLock(manager->m_lock);
             managers[manager->m_statsName] += manager->m_busyBytes;
         }
     }
@@ -163,7 +163,7 @@ bool ZOLBufferManager::AllocBuffer(unsigned size, void** ppBuffer, int& fd, ZOLB
         return false;
     }
     {
-        std::lock_guard<std::mutex> lock(m_lock);
+        ZOLMutexLocker lock(m_lock);
         const auto inserted = m_allocatedBuffers.emplace(pBuffer, Allocated{lease, size});
         if (!inserted.second) {
             // Still on record here although the pool handed it out again: keep the one record,
@@ -259,7 +259,7 @@ bool ZOLBufferManager::FreeBuffer(const void* pBuffer) {
     void* key = const_cast<void*>(pBuffer);
     uint64_t lease = 0;
     {
-        std::lock_guard<std::mutex> lock(m_lock);
+        ZOLMutexLocker lock(m_lock);
         auto found = m_allocatedBuffers.find(key);
         if (found == m_allocatedBuffers.end()) {
             LogNotAllocatedHere(m_name, pBuffer);

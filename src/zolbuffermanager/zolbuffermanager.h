@@ -54,12 +54,12 @@
 #include <deque>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "zolexport.h"
 #include "zolimagebuffer.h"
+#include "zolmutex.h"
 
 // A thin layer over the platform's DMA-buf heap allocator. One per pool client; no lock of its
 // own (its owner serialises allocation; the platform allocator serialises its own state). The
@@ -146,7 +146,9 @@ struct ZOLBufferPoolStats {
     uint64_t nameFailures;      // DMA buffers the platform refused to rename
 };
 
-// A client of the process-wide buffer pool. Any thread may call any operation.
+// A client of the process-wide buffer pool. Any thread may call any operation, except
+// SetClientName: the client name is read without a lock by every operation that logs or hands
+// out a block, so a client is named while no other thread uses it (right after construction).
 //
 // The lists are static: one set per process, built when the library is loaded and never
 // destroyed, so that threads still getting and putting blocks while the process exits find
@@ -182,13 +184,14 @@ public:
 
     // The most recently returned free block of exactly `size` bytes and `type`, or a new one;
     // it is recorded as busy. Null with fd 0 for size 0 or a type other than 0 and 1.
-    void* GetBufferFromPool(unsigned size, int& fd, ZOLBufferType type);
+    void* GetBufferFromPool(unsigned size, int& fd, ZOLBufferType type)
+        ZOL_EXCLUDES(m_freeBufferListLock, m_busyBufferListLock);
     // Returns a busy block to the free list, or releases it when ten of its size and type are
     // already free. An address that is not busy is logged and left alone.
-    void PutBufferToPool(void* pBuffer);
+    void PutBufferToPool(void* pBuffer) ZOL_EXCLUDES(m_freeBufferListLock, m_busyBufferListLock);
     // Allocates a new block and appends it to the free list; null on failure. The caller holds
     // m_freeBufferListLock.
-    void* AllocBuffer(unsigned size, ZOLBufferType type);
+    void* AllocBuffer(unsigned size, ZOLBufferType type) ZOL_REQUIRES(m_freeBufferListLock);
     // Gives a block's memory (and descriptor) back to the system.
     void ReleaseBuffer(ZOLBufferPoolBufferInfo info);
     // This client's allocator (for cache synchronisation).
@@ -197,7 +200,7 @@ public:
     // The pool's figures, all read at one instant under m_freeBufferListLock (which every
     // change of them holds). Takes no other lock; the hand-out and return paths only update
     // counters for it.
-    static ZOLBufferPoolStats GetStats();
+    static ZOLBufferPoolStats GetStats() ZOL_EXCLUDES(m_freeBufferListLock);
 
     // Writes the figures as one line at level I, to be read back by tools:
     //
@@ -214,35 +217,44 @@ public:
     static void LogStats();
 
     // Free blocks per type (index 0 heap, 1 DMA), by size; newest at the back.
+    ZOL_GUARDED_BY(m_freeBufferListLock)
     static std::map<uint32_t, std::deque<ZOLBufferPoolBufferInfo>> (&m_freeBufferList)[2];
-    static std::mutex& m_freeBufferListLock;
+    static ZOLMutex& m_freeBufferListLock;
     // Blocks handed out and not yet returned, by address.
-    static std::map<void*, ZOLBufferPoolBufferInfo>& m_busyBufferList;
-    static std::mutex& m_busyBufferListLock;
+    static std::map<void*, ZOLBufferPoolBufferInfo>& m_busyBufferList
+        ZOL_GUARDED_BY(m_busyBufferListLock);
+    static ZOLMutex& m_busyBufferListLock;
     // Live default-constructed clients.
-    static uint32_t m_bufferPoolClientNum;
-    static std::mutex& m_bufferPoolClientNumLock;
+    static uint32_t m_bufferPoolClientNum ZOL_GUARDED_BY(m_bufferPoolClientNumLock);
+    static ZOLMutex& m_bufferPoolClientNumLock;
 
 private:
     friend class ZOLBufferManager;
     // GetBufferFromPool, also giving the lease of this hand-out.
-    void* GetLeasedBuffer(unsigned size, int& fd, ZOLBufferType type, uint64_t* lease);
+    void* GetLeasedBuffer(unsigned size, int& fd, ZOLBufferType type, uint64_t* lease)
+        ZOL_EXCLUDES(m_freeBufferListLock, m_busyBufferListLock);
     // PutBufferToPool for a block still busy under `lease`; false, with nothing logged or
     // touched, for any other block.
-    bool PutLeasedBuffer(void* pBuffer, uint64_t lease);
+    bool PutLeasedBuffer(void* pBuffer, uint64_t lease)
+        ZOL_EXCLUDES(m_freeBufferListLock, m_busyBufferListLock);
     // Steps of PutBufferToPool after the block left the busy list: back to its free queue, or
     // released when there is none or it is full.
-    void ReturnToFreeList(const ZOLBufferPoolBufferInfo& info);
+    void ReturnToFreeList(const ZOLBufferPoolBufferInfo& info) ZOL_EXCLUDES(m_freeBufferListLock);
 
     std::string m_clientName;
     ZOLBufferAllocator m_allocator;
     char m_dmaBufName[32];  // m_clientName cleaned for naming DMA blocks
 };
 
-// A named source of raw buffers and images. Several threads may use one manager.
+// A named source of raw buffers and images. Several threads may use one manager at once, except
+// for SetManagerName: the name is read without a lock by every call that logs (the per-frame
+// calls among them), so a manager is renamed only while no other thread uses it (right after
+// construction). Only the pool's stats line reads the name from other threads, and it reads a
+// copy kept under m_lock.
 //
 // Owns one pool client, whose client name follows the manager's name. m_lock guards only
-// m_allocatedBuffers; pool calls run with it released, except in the destructor. Every log line
+// m_allocatedBuffers and its figures; pool calls run with it released, except in the
+// destructor. Every log line
 // starts with "[<name>]". Freeing goes through the manager that handed the buffer out; a manager
 // that is destroyed returns to the pool whatever is still out.
 class ZOL_EXPORT ZOLBufferManager {
@@ -255,13 +267,14 @@ public:
     ZOLBufferManager& operator=(const ZOLBufferManager&) = delete;
 
     // Renames the manager and its pool client.
-    void SetManagerName(const std::string& name);
+    void SetManagerName(const std::string& name) ZOL_EXCLUDES(m_lock);
 
     // Bytes of the blocks this manager has handed out and not taken back.
-    uint64_t BusyBytes();
+    uint64_t BusyBytes() ZOL_EXCLUDES(m_lock);
 
     // A raw block of `size` bytes: true with *ppBuffer and fd (0 for type 0) set.
-    bool AllocBuffer(unsigned size, void** ppBuffer, int& fd, ZOLBufferType type);
+    bool AllocBuffer(unsigned size, void** ppBuffer, int& fd, ZOLBufferType type)
+        ZOL_EXCLUDES(m_lock);
     // One separately allocated block per plane of a YUV 4:2:0 semi-planar image, sized from
     // planeStride and sliceHeight (GetImgBufferSize). On success numberOfPlanes, Addr, fd (type
     // 1 only) and pNativeHandle (null) are set. When a plane fails, the planes already obtained
@@ -269,7 +282,7 @@ public:
     bool AllocBuffer(ZOLImageBuffer& image, ZOLBufferType type);
     // Returns a block handed out by this manager to the pool; false for null, a foreign
     // address, or a block the pool took back meanwhile (its last client left).
-    bool FreeBuffer(const void* pBuffer);
+    bool FreeBuffer(const void* pBuffer) ZOL_EXCLUDES(m_lock);
     // Frees each plane below numberOfPlanes; the record is left as it is. Always true.
     bool FreeBuffer(const ZOLImageBuffer& image);
 
@@ -295,8 +308,8 @@ private:
 
     std::string m_name;
     ZOLBufferPool m_bufferPool;
-    std::mutex m_lock;
-    std::map<void*, Allocated> m_allocatedBuffers;  // guarded by m_lock
-    uint64_t m_busyBytes = 0;                       // sizes in m_allocatedBuffers; m_lock
-    std::string m_statsName;                        // m_name as LogStats writes it; m_lock
+    ZOLMutex m_lock;
+    std::map<void*, Allocated> m_allocatedBuffers ZOL_GUARDED_BY(m_lock);
+    uint64_t m_busyBytes ZOL_GUARDED_BY(m_lock) = 0;  // sizes in m_allocatedBuffers
+    std::string m_statsName ZOL_GUARDED_BY(m_lock);   // m_name as LogStats writes it
 };

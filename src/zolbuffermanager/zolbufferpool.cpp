@@ -33,38 +33,45 @@ union Immortal {
 // The process-wide lists, built by this unit's static initialiser when the library is loaded.
 // Never destroyed: other threads may still be inside the pool while the process exits, after
 // the static destructors have run, and the blocks the lists hold are the process's until then.
+// The locks are named by the pool's public references to them, which is how every function
+// here takes them, so that the analysis sees one lock under both names.
+#define ZOL_FREE_LOCKED ZOL_GUARDED_BY(ZOLBufferPool::m_freeBufferListLock)
+#define ZOL_BUSY_LOCKED ZOL_GUARDED_BY(ZOLBufferPool::m_busyBufferListLock)
 struct PoolLists {
-    std::mutex freeLock;
-    std::map<uint32_t, std::deque<ZOLBufferPoolBufferInfo>> free[kBufferTypeCount];
-    std::mutex busyLock;
-    std::map<void*, ZOLBufferPoolBufferInfo> busy;
-    std::map<void*, uint64_t> leases;  // busy address -> lease of its hand-out; busyLock
-    uint64_t lastLease = 0;            // busyLock
-    std::mutex countLock;
+    ZOLMutex freeLock;
+    std::map<uint32_t, std::deque<ZOLBufferPoolBufferInfo>> free[kBufferTypeCount] ZOL_FREE_LOCKED;
+    ZOLMutex busyLock;
+    std::map<void*, ZOLBufferPoolBufferInfo> busy ZOL_BUSY_LOCKED;
+    // Busy address -> lease of its hand-out.
+    std::map<void*, uint64_t> leases ZOL_BUSY_LOCKED;
+    uint64_t lastLease ZOL_BUSY_LOCKED = 0;
+    ZOLMutex countLock;
 
-    // The figures of GetStats, all guarded by freeLock. Busy counts per size get their entry
-    // when a size is first allocated, so the hand-out and return paths only update counters.
-    std::map<uint32_t, uint32_t> busyBySize[kBufferTypeCount];
-    uint64_t busyBytes[kBufferTypeCount] = {};
-    uint64_t heldBytes[kBufferTypeCount] = {};
-    uint64_t peakBusyBytes[kBufferTypeCount] = {};
-    uint64_t allocations = 0;
-    uint64_t reuses = 0;
-    uint64_t releases = 0;
+    // The figures of GetStats. Busy counts per size get their entry when a size is first
+    // allocated, so the hand-out and return paths only update counters.
+    std::map<uint32_t, uint32_t> busyBySize[kBufferTypeCount] ZOL_FREE_LOCKED;
+    uint64_t busyBytes[kBufferTypeCount] ZOL_FREE_LOCKED = {};
+    uint64_t heldBytes[kBufferTypeCount] ZOL_FREE_LOCKED = {};
+    uint64_t peakBusyBytes[kBufferTypeCount] ZOL_FREE_LOCKED = {};
+    uint64_t allocations ZOL_FREE_LOCKED = 0;
+    uint64_t reuses ZOL_FREE_LOCKED = 0;
+    uint64_t releases ZOL_FREE_LOCKED = 0;
     std::atomic<uint64_t> nameFailures{0};  // renames happen outside the locks
 };
 Immortal<PoolLists> g_lists;
 
 // The free list of a type that is known to be 0 or 1; anything else is fatal.
-std::map<uint32_t, std::deque<ZOLBufferPoolBufferInfo>>& FreeListOf(ZOLBufferType type) {
+std::map<uint32_t, std::deque<ZOLBufferPoolBufferInfo>>& FreeListOf(ZOLBufferType type)
+    ZOL_REQUIRES(ZOLBufferPool::m_freeBufferListLock) {
     return g_lists.value.free[zol::CheckedIndex(static_cast<unsigned>(type), kBufferTypeCount)];
 }
 
 // Takes `pBuffer` off the busy list into `info`: false when it is not busy, or (with a lease)
 // busy under another lease.
-bool TakeBusy(void* pBuffer, const uint64_t* lease, ZOLBufferPoolBufferInfo* info) {
+bool TakeBusy(void* pBuffer, const uint64_t* lease, ZOLBufferPoolBufferInfo* info)
+    ZOL_EXCLUDES(ZOLBufferPool::m_busyBufferListLock) {
     PoolLists& lists = g_lists.value;
-    std::lock_guard<std::mutex> busyLock(lists.busyLock);
+    ZOLMutexLocker busyLock(ZOLBufferPool::m_busyBufferListLock);
     auto found = lists.busy.find(pBuffer);
     auto leased = lists.leases.find(pBuffer);
     if (found == lists.busy.end() ||
@@ -87,7 +94,8 @@ void NameBlock(const ZOLBufferPoolBufferInfo& info, const char* name) {
 }
 
 // A block leaves the free list for a client (freeLock held).
-void CountBusy(const ZOLBufferPoolBufferInfo& info) {
+void CountBusy(const ZOLBufferPoolBufferInfo& info)
+    ZOL_REQUIRES(ZOLBufferPool::m_freeBufferListLock) {
     PoolLists& lists = g_lists.value;
     const unsigned type = static_cast<unsigned>(info.type);
     ++lists.busyBySize[type][info.size];
@@ -97,7 +105,8 @@ void CountBusy(const ZOLBufferPoolBufferInfo& info) {
 
 // A busy block comes back, to the free list or to be released (freeLock held). A block the
 // figures never saw busy (handed out twice under one address) leaves them as they are.
-void CountNotBusy(const ZOLBufferPoolBufferInfo& info) {
+void CountNotBusy(const ZOLBufferPoolBufferInfo& info)
+    ZOL_REQUIRES(ZOLBufferPool::m_freeBufferListLock) {
     PoolLists& lists = g_lists.value;
     const unsigned type = static_cast<unsigned>(info.type);
     auto found = lists.busyBySize[type].find(info.size);
@@ -108,7 +117,8 @@ void CountNotBusy(const ZOLBufferPoolBufferInfo& info) {
 }
 
 // A block of the pool's goes back to the system (freeLock held).
-void CountRelease(const ZOLBufferPoolBufferInfo& info) {
+void CountRelease(const ZOLBufferPoolBufferInfo& info)
+    ZOL_REQUIRES(ZOLBufferPool::m_freeBufferListLock) {
     PoolLists& lists = g_lists.value;
     lists.heldBytes[static_cast<unsigned>(info.type)] -= info.size;
     ++lists.releases;
@@ -129,9 +139,9 @@ void zol::CleanBufferName(const std::string& name, bool token, char (&out)[kDmaB
     out[n] = '\0';
 }
 
-std::mutex& ZOLBufferPool::m_freeBufferListLock = g_lists.value.freeLock;
-std::mutex& ZOLBufferPool::m_busyBufferListLock = g_lists.value.busyLock;
-std::mutex& ZOLBufferPool::m_bufferPoolClientNumLock = g_lists.value.countLock;
+ZOLMutex& ZOLBufferPool::m_freeBufferListLock = g_lists.value.freeLock;
+ZOLMutex& ZOLBufferPool::m_busyBufferListLock = g_lists.value.busyLock;
+ZOLMutex& ZOLBufferPool::m_bufferPoolClientNumLock = g_lists.value.countLock;
 std::map<uint32_t, std::deque<ZOLBufferPoolBufferInfo>> (&ZOLBufferPool::m_freeBufferList)[2] =
     g_lists.value.free;
 std::map<void*, ZOLBufferPoolBufferInfo>& ZOLBufferPool::m_busyBufferList = g_lists.value.busy;
@@ -139,7 +149,7 @@ uint32_t ZOLBufferPool::m_bufferPoolClientNum = 0;
 
 bool zol::FindBusyBlock(const void* address, ptrdiff_t* begin, ptrdiff_t* end) {
     PoolLists& lists = g_lists.value;
-    std::lock_guard<std::mutex> busyLock(lists.busyLock);
+    ZOLMutexLocker busyLock(ZOLBufferPool::m_busyBufferListLock);
     auto after = lists.busy.upper_bound(const_cast<void*>(address));
     if (after == lists.busy.begin()) {
         return false;
@@ -157,7 +167,7 @@ bool zol::FindBusyBlock(const void* address, ptrdiff_t* begin, ptrdiff_t* end) {
 
 ZOLBufferPool::ZOLBufferPool() : m_clientName("UnknowBufferManager") {
     zol::CleanBufferName(m_clientName, false, m_dmaBufName);
-    std::lock_guard<std::mutex> lock(m_bufferPoolClientNumLock);
+    ZOLMutexLocker lock(m_bufferPoolClientNumLock);
     m_bufferPoolClientNum = zol::CheckedAdd<uint32_t>(m_bufferPoolClientNum, 1);
 }
 
@@ -168,7 +178,7 @@ ZOLBufferPool::ZOLBufferPool(std::string name) {
 }
 
 ZOLBufferPool::~ZOLBufferPool() {
-    std::lock_guard<std::mutex> countLock(m_bufferPoolClientNumLock);
+    ZOLMutexLocker countLock(m_bufferPoolClientNumLock);
     m_bufferPoolClientNum = zol::CheckedSub<uint32_t>(m_bufferPoolClientNum, 1);
     if (m_bufferPoolClientNum != 0) {
         return;  // what this client took stays busy: nothing is tracked per client
@@ -182,7 +192,7 @@ ZOLBufferPool::~ZOLBufferPool() {
     // first put returns it, the later ones find it gone): the rest stay busy.
     std::vector<void*> busyBuffers;
     {
-        std::lock_guard<std::mutex> busyLock(m_busyBufferListLock);
+        ZOLMutexLocker busyLock(m_busyBufferListLock);
         const unsigned busyCount = static_cast<unsigned>(m_busyBufferList.size());
         if (busyCount > 0) {
             ZOL_LOGW(
@@ -204,7 +214,7 @@ ZOLBufferPool::~ZOLBufferPool() {
         PutBufferToPool(pBuffer);
     }
 
-    std::lock_guard<std::mutex> freeLock(m_freeBufferListLock);
+    ZOLMutexLocker freeLock(m_freeBufferListLock);
     for (auto& freeList : m_freeBufferList) {
         for (auto& sizeAndQueue : freeList) {
             for (const ZOLBufferPoolBufferInfo& info : sizeAndQueue.second) {
@@ -242,7 +252,7 @@ void* ZOLBufferPool::GetLeasedBuffer(unsigned size, int& fd, ZOLBufferType type,
     ZOLBufferPoolBufferInfo info;
     unsigned freeLeft;
     {
-        std::lock_guard<std::mutex> freeLock(m_freeBufferListLock);
+        ZOLMutexLocker freeLock(m_freeBufferListLock);
         auto& freeList = FreeListOf(type);
         auto found = freeList.find(size);
         if (found == freeList.end() || found->second.empty()) {
@@ -262,7 +272,7 @@ void* ZOLBufferPool::GetLeasedBuffer(unsigned size, int& fd, ZOLBufferType type,
     NameBlock(info, m_dmaBufName);
     {
         PoolLists& lists = g_lists.value;
-        std::lock_guard<std::mutex> busyLock(lists.busyLock);
+        ZOLMutexLocker busyLock(m_busyBufferListLock);
         lists.busy.emplace(info.pBuffer, info);
         // A new lease even when the address was still listed: whoever held it before lost it.
         lists.leases[info.pBuffer] = ++lists.lastLease;
@@ -312,7 +322,7 @@ void ZOLBufferPool::ReturnToFreeList(const ZOLBufferPoolBufferInfo& info) {
     const char* name = m_clientName.c_str();
     // Named before it can be seen in the free list: once there, another client may take it.
     NameBlock(info, kFreeBlockName);
-    std::lock_guard<std::mutex> freeLock(m_freeBufferListLock);
+    ZOLMutexLocker freeLock(m_freeBufferListLock);
     CountNotBusy(info);
     auto& freeList = FreeListOf(info.type);
     auto found = freeList.find(info.size);
@@ -406,7 +416,7 @@ ZOLBufferAllocator* ZOLBufferPool::GetAllocator() {
 ZOLBufferPoolStats ZOLBufferPool::GetStats() {
     ZOLBufferPoolStats stats = {};
     PoolLists& lists = g_lists.value;
-    std::lock_guard<std::mutex> freeLock(lists.freeLock);
+    ZOLMutexLocker freeLock(m_freeBufferListLock);
     for (unsigned type = 0; type < kBufferTypeCount; ++type) {
         // Every size with a free queue has a busy count too (both made by AllocBuffer), and the
         // busy counts outlive the queues a last-client release drops.

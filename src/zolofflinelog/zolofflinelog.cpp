@@ -114,7 +114,7 @@ ZOLOfflineLog::ZOLOfflineLog() {
         }
     }
     {
-        std::lock_guard<std::mutex> lock(m_logFileMutex);
+        ZOLMutexLocker lock(m_logFileMutex);
         m_curLogFileName.clear();
         m_curLogFileSize = kMaxLogFileSize;
     }
@@ -124,8 +124,9 @@ ZOLOfflineLog::ZOLOfflineLog() {
     pthread_atfork(ForkPrepare, ForkParent, ForkChild);
 }
 
-// Held across fork, in the order in which the rest of the object nests them.
-void ZOLOfflineLog::ForkPrepare() {
+// Held across fork, in the order in which the rest of the object nests them. Taken here and let
+// go in the other two handlers, which the analysis cannot follow.
+void ZOLOfflineLog::ForkPrepare() ZOL_NO_THREAD_SAFETY_ANALYSIS {
     if (Destroyed()) {
         return;
     }
@@ -136,7 +137,7 @@ void ZOLOfflineLog::ForkPrepare() {
     g_instance->m_logPoolMutex.lock();
 }
 
-void ZOLOfflineLog::ForkParent() {
+void ZOLOfflineLog::ForkParent() ZOL_NO_THREAD_SAFETY_ANALYSIS {
     if (Destroyed()) {
         return;
     }
@@ -153,13 +154,13 @@ void ZOLOfflineLog::ForkChild() {
     if (Destroyed()) {
         return;
     }
-    new (&g_instance->m_drainCond) std::condition_variable();
+    new (&g_instance->m_drainCond) ZOLConditionVariable();
     g_instance->m_workersGone.store(true, std::memory_order_release);
     ForkParent();
 }
 
 void ZOLOfflineLog::RestartWorkers() {
-    std::lock_guard<std::mutex> lock(m_restartMutex);
+    ZOLMutexLocker lock(m_restartMutex);
     if (m_workersGone.load(std::memory_order_relaxed)) {
         try {
             m_threadPool.Init(kWorkerCount);
@@ -173,7 +174,7 @@ void ZOLOfflineLog::RestartWorkers() {
 ZOLOfflineLog::~ZOLOfflineLog() {
     {
         // Releases workers held by a WaitForQueuedLines that can no longer complete.
-        std::lock_guard<std::mutex> lock(m_drainMutex);
+        ZOLMutexLocker lock(m_drainMutex);
         m_stopping = true;
     }
     m_drainCond.notify_all();
@@ -232,7 +233,7 @@ void ZOLOfflineLog::PushLogToLogPool(const char* msg, ZOLOfflineLogLevel level, 
                                     static_cast<uint32_t>(kLineBlockSize),
                                     static_cast<uint32_t>(tid)};
     try {
-        std::lock_guard<std::mutex> lock(m_threadPool.m_taskMutex);
+        ZOLMutexLocker lock(m_threadPool.m_taskMutex);
         m_threadPool.m_taskList.push_back(task);
     } catch (const std::bad_alloc&) {
         // No memory for the queue's node either: dropped like a line without a block.
@@ -258,7 +259,7 @@ bool ZOLOfflineLog::AppendToLogPool(const char* text, uint32_t len) {
     if (Destroyed() || m_logPool == nullptr || (text == nullptr && len != 0)) {
         return false;
     }
-    std::lock_guard<std::mutex> lock(m_logPoolMutex);
+    ZOLMutexLocker lock(m_logPoolMutex);
     // Room for the text and the zero after it.
     if (len >= kLogPoolSize - m_logPoolSize) {
         return false;
@@ -287,8 +288,9 @@ uint64_t ZOLOfflineLog::DroppedLinesNoSpace() const {
 struct ZOLOfflineLog::Drain {
     ZOLOfflineLog* log;
     uint32_t expected;  // workers to gather
-    uint32_t arrived;   // guarded by log->m_drainMutex
-    uint32_t users;     // the waiter and each record not yet finished; guarded likewise
+    uint32_t arrived ZOL_GUARDED_BY(log->m_drainMutex);
+    // The waiter and each record not yet finished.
+    uint32_t users ZOL_GUARDED_BY(log->m_drainMutex);
 };
 
 void ZOLOfflineLog::DrainTask(void* data, unsigned int size) {
@@ -298,12 +300,13 @@ void ZOLOfflineLog::DrainTask(void* data, unsigned int size) {
     }
     std::memcpy(&drain, data, sizeof(drain));
     ZOLOfflineLog* log = drain->log;
-    std::unique_lock<std::mutex> lock(log->m_drainMutex);
+    ZOLMutexLocker lock(drain->log->m_drainMutex);  // named as the lock of the drain's counts
     if (++drain->arrived == drain->expected) {
         log->m_drainCond.notify_all();
     }
-    log->m_drainCond.wait(lock,
-                          [&] { return drain->arrived == drain->expected || log->m_stopping; });
+    while (drain->arrived != drain->expected && !drain->log->m_stopping) {
+        log->m_drainCond.wait(lock);
+    }
     const bool last = --drain->users == 0;
     lock.unlock();
     if (last) {
@@ -317,7 +320,7 @@ bool ZOLOfflineLog::WaitForQueuedLines() {
     }
     size_t workers;
     {
-        std::lock_guard<std::mutex> lock(m_threadPool.m_workerMutex);
+        ZOLMutexLocker lock(m_threadPool.m_workerMutex);
         workers = m_threadPool.m_workers.size();
     }
     if (workers == 0) {
@@ -354,15 +357,19 @@ bool ZOLOfflineLog::WaitForQueuedLines() {
     {
         // All at once: two waiters' records interleaved could each hold some of the workers
         // and wait for the rest for ever.
-        std::lock_guard<std::mutex> lock(m_threadPool.m_taskMutex);
+        ZOLMutexLocker lock(m_threadPool.m_taskMutex);
         m_threadPool.m_taskList.splice(m_threadPool.m_taskList.end(), records);
     }
     for (uint32_t i = 0; i < count; ++i) {
         m_threadPool.m_taskCond.notify_one();
     }
 
-    std::unique_lock<std::mutex> lock(m_drainMutex);
-    m_drainCond.wait(lock, [&] { return drain->arrived == drain->expected || m_stopping; });
+    // Locked through the drain's log, which is this object: the analysis then sees the lock
+    // that guards the drain's counts.
+    ZOLMutexLocker lock(drain->log->m_drainMutex);
+    while (drain->arrived != drain->expected && !drain->log->m_stopping) {
+        m_drainCond.wait(lock);
+    }
     const bool done = drain->arrived == drain->expected;
     const bool last = --drain->users == 0;
     lock.unlock();

@@ -42,13 +42,12 @@
 
 #include <atomic>
 #include <cstdarg>
-#include <condition_variable>
 #include <cstdint>
 #include <list>
-#include <mutex>
 #include <string>
 
 #include "zolexport.h"
+#include "zolmutex.h"
 #include "zolthreadpool.h"
 
 enum ZOLOfflineLogLevel : int32_t {
@@ -103,7 +102,8 @@ public:
     // Appends one line to the current file, first starting a new file if the line would bring
     // it to kMaxLogFileSize. False (and the line dropped, DroppedLinesNoFile) when the file
     // would not open.
-    bool FlushLogPoolToFile2(ZOLOfflineLogParameter* param);
+    bool FlushLogPoolToFile2(ZOLOfflineLogParameter* param)
+        ZOL_EXCLUDES(m_logFileMutex, m_fileListMutex);
     // Writes the memory pool's text into a new file of its own and empties the pool; the file
     // is listed with the others. With the log disabled (no pool) the file is still created,
     // empty. False when the file would not open (or memory ran out). Takes no lock: the caller
@@ -115,13 +115,13 @@ public:
     // FlushLogPoolToFile. All or nothing: text that does not fit whole in what is left of the
     // pool is refused, so the pool never holds a cut line; the pool keeps a terminating zero
     // after its text. False when refused or when the log is disabled (no pool). Any thread.
-    bool AppendToLogPool(const char* text, uint32_t len);
+    bool AppendToLogPool(const char* text, uint32_t len) ZOL_EXCLUDES(m_logPoolMutex);
 
     // Blocks until every line queued before the call has been written (or dropped), whatever
     // other threads queue meanwhile. True when done; false when there are no workers to wait
     // for. For tests, and for a wrapper about to exit (queued lines are otherwise discarded).
     // Must not be called from a worker (that is, from a task of this log).
-    bool WaitForQueuedLines();
+    bool WaitForQueuedLines() ZOL_EXCLUDES(m_drainMutex);
 
     // Lines dropped because their 2,048-byte block could not be allocated, because the log
     // file would not open, and because the file would not take the whole line (a full disk or
@@ -142,34 +142,36 @@ private:
     static void DrainTask(void* data, unsigned int size);
     // Appends path to m_logFileList and, past kMaxLogFiles, deletes the oldest file and forgets
     // it. The caller holds m_fileListMutex (or, in FlushLogPoolToFile, has the list to itself).
-    void ListNewFile(const std::string& path);
+    void ListNewFile(const std::string& path) ZOL_REQUIRES(m_fileListMutex);
     // Starts the workers again in a forked child, on its first line.
-    void RestartWorkers();
+    void RestartWorkers() ZOL_EXCLUDES(m_restartMutex);
     static void ForkPrepare();
     static void ForkParent();
     static void ForkChild();
 
     bool m_enable = false;
-    std::mutex m_fileListMutex;
-    char* m_logPool = nullptr;   // kLogPoolSize bytes when enabled; text then a zero
-    uint32_t m_logPoolSize = 0;  // bytes of text in m_logPool
+    ZOLMutex m_fileListMutex;
+    // kLogPoolSize bytes when enabled; text then a zero. Set by the constructor only.
+    char* m_logPool ZOL_PT_GUARDED_BY(m_logPoolMutex) = nullptr;
+    uint32_t m_logPoolSize ZOL_GUARDED_BY(m_logPoolMutex) = 0;  // bytes of text in m_logPool
     ZOLThreadPool m_threadPool;
-    std::list<std::string> m_logFileList;  // files created by this object, oldest first
-    std::mutex m_logFileMutex;
-    uint32_t m_curLogFileSize = kMaxLogFileSize;
-    std::string m_curLogFileName;
+    // Files created by this object, oldest first.
+    std::list<std::string> m_logFileList ZOL_GUARDED_BY(m_fileListMutex);
+    ZOLMutex m_logFileMutex;
+    uint32_t m_curLogFileSize ZOL_GUARDED_BY(m_logFileMutex) = kMaxLogFileSize;
+    std::string m_curLogFileName ZOL_GUARDED_BY(m_logFileMutex);
     bool m_captureEnable = false;
 
     // Beyond the basic record: AppendToLogPool's lock, the drop counters, and the state of
     // WaitForQueuedLines (m_drainMutex guards m_stopping and every pending drain's counts).
-    std::mutex m_logPoolMutex;
+    ZOLMutex m_logPoolMutex;
     std::atomic<uint64_t> m_droppedNoMemory{0};
     std::atomic<uint64_t> m_droppedNoFile{0};
     std::atomic<uint64_t> m_droppedNoSpace{0};
-    std::mutex m_drainMutex;
-    std::condition_variable m_drainCond;
-    bool m_stopping = false;
+    ZOLMutex m_drainMutex;
+    ZOLConditionVariable m_drainCond;  // waited on with m_drainMutex
+    bool m_stopping ZOL_GUARDED_BY(m_drainMutex) = false;
     // Set in a forked child, whose workers are gone; m_restartMutex serialises the restart.
     std::atomic<bool> m_workersGone{false};
-    std::mutex m_restartMutex;
+    ZOLMutex m_restartMutex;
 };

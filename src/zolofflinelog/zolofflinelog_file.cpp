@@ -64,44 +64,40 @@ void ZOLOfflineLog::ListNewFile(const std::string& path) {
 bool ZOLOfflineLog::FlushLogPoolToFile2(ZOLOfflineLogParameter* param) try {
     const uint32_t len = static_cast<uint32_t>(strnlen(param->logLine, sizeof(param->logLine)));
 
-    std::unique_lock<std::mutex> fileLock(m_logFileMutex);
-    std::string path;
-    const bool newFile = m_curLogFileSize + len >= kMaxLogFileSize;
-    if (newFile) {
-        // This line would bring the current file to the limit: it starts the next one. The file
-        // is created under the lock, so that no other worker sees its name before it exists.
-        path = zol::offlinelog::NewLogFilePath();
-    } else {
-        path = m_curLogFileName;  // empty before the first file: the open below fails
-        fileLock.unlock();
-    }
-    const zol::UniqueFd file = OpenLogFile(path, newFile ? Open::kNew : Open::kAppend);
+    // The file this line goes to: the current one, or the next one when the line would bring
+    // the current one to the limit. The next file is created under the lock, so that no other
+    // worker sees its name before it exists.
+    const auto openFile = [this, len]() -> zol::UniqueFd {
+        ZOLMutexLocker fileLock(m_logFileMutex);
+        if (m_curLogFileSize + len < kMaxLogFileSize) {
+            const std::string path = m_curLogFileName;  // empty before the first file: no open
+            fileLock.unlock();
+            return OpenLogFile(path, Open::kAppend);
+        }
+        const std::string path = zol::offlinelog::NewLogFilePath();
+        zol::UniqueFd file = OpenLogFile(path, Open::kNew);
+        if (file.ok()) {
+            m_curLogFileSize = 0;
+            m_curLogFileName = path;
+            ZOLMutexLocker listLock(m_fileListMutex);
+            ListNewFile(path);
+        }
+        return file;
+    };
+    const zol::UniqueFd file = openFile();
     if (!file.ok()) {
         // The size and name stay as they were, so the next line tries again: a directory that
         // appears later is picked up without anything else being done.
-        if (fileLock.owns_lock()) {
-            fileLock.unlock();
-        }
         m_droppedNoFile.fetch_add(1, std::memory_order_relaxed);
         return false;
-    }
-    if (newFile) {
-        m_curLogFileSize = 0;
-        m_curLogFileName = path;
-        {
-            std::lock_guard<std::mutex> listLock(m_fileListMutex);
-            ListNewFile(path);
-        }
-        fileLock.unlock();
     }
 
     if (!Append(file.get(), param->logLine, len)) {  // no lock held
         m_droppedNoSpace.fetch_add(1, std::memory_order_relaxed);
         return false;
     }
-    fileLock.lock();
+    ZOLMutexLocker fileLock(m_logFileMutex);
     m_curLogFileSize += len;
-    fileLock.unlock();
     return true;
 } catch (const std::bad_alloc&) {
     m_droppedNoFile.fetch_add(1, std::memory_order_relaxed);
@@ -109,8 +105,9 @@ bool ZOLOfflineLog::FlushLogPoolToFile2(ZOLOfflineLogParameter* param) try {
 }
 
 // Runs on the caller's thread: out of memory for the path it reports false, like a file that
-// would not open, rather than letting the exception reach the caller.
-bool ZOLOfflineLog::FlushLogPoolToFile() try {
+// would not open, rather than letting the exception reach the caller. Takes no lock: its caller
+// keeps the workers and AppendToLogPool away, which the analysis cannot see.
+bool ZOLOfflineLog::FlushLogPoolToFile() ZOL_NO_THREAD_SAFETY_ANALYSIS try {
     const std::string path = zol::offlinelog::NewLogFilePath();
     const zol::UniqueFd file = OpenLogFile(path, Open::kNew);
     if (!file.ok()) {

@@ -70,7 +70,7 @@ void ZOLSignalTask::Stop() {
     // The stop request is made under the loop's lock and followed by a wake-up, so the loop
     // sees it whether it is waiting, about to wait or still serving a task.
     {
-        std::lock_guard<std::mutex> lock(m_signalMutex);
+        ZOLMutexLocker lock(m_signalMutex);
         m_stop = true;
     }
     m_cond.notify_one();
@@ -85,15 +85,16 @@ void ZOLSignalTask::Stop() {
 }
 
 // Held across fork in the order the loop nests them. A task that forks runs on the loop
-// thread, which holds m_taskMutex already and keeps it in the child.
-void ZOLSignalTask::ForkPrepare() {
+// thread, which holds m_taskMutex already and keeps it in the child. Taken here and let go in
+// the other two handlers, which the analysis cannot follow.
+void ZOLSignalTask::ForkPrepare() ZOL_NO_THREAD_SAFETY_ANALYSIS {
     if (std::this_thread::get_id() != g_instance->m_loopId) {
         g_instance->m_taskMutex.lock();
     }
     g_instance->m_signalMutex.lock();
 }
 
-void ZOLSignalTask::ForkParent() {
+void ZOLSignalTask::ForkParent() ZOL_NO_THREAD_SAFETY_ANALYSIS {
     g_instance->m_signalMutex.unlock();
     if (std::this_thread::get_id() != g_instance->m_loopId) {
         g_instance->m_taskMutex.unlock();
@@ -103,7 +104,7 @@ void ZOLSignalTask::ForkParent() {
 // The loop thread that waited on m_cond is the parent's: the condition variable is made anew,
 // since a waiter that no longer exists could hold up its next notification.
 void ZOLSignalTask::ForkChild() {
-    new (&g_instance->m_cond) std::condition_variable();
+    new (&g_instance->m_cond) ZOLConditionVariable();
     ForkParent();
 }
 
@@ -111,7 +112,7 @@ unsigned long ZOLSignalTask::insert(unsigned long id, WrapperTask&& task) {
     ZOL_LOGI("%s:%d %s() [%p] try connect %lu", ZOL_FILE, __LINE__, "insert", this, id);
     unsigned long size = 0;
     {
-        std::lock_guard<std::mutex> lock(m_taskMutex);
+        ZOLMutexLocker lock(m_taskMutex);
         // Copied, not moved: the caller's object keeps sharing the flags.
         m_tasks[id] = task;
         size = m_tasks.size();
@@ -125,7 +126,7 @@ unsigned long ZOLSignalTask::insert(unsigned long id) {
     ZOL_LOGI("%s:%d %s() [%p] try signal %lu", ZOL_FILE, __LINE__, "insert", this, id);
     unsigned long size = 0;
     {
-        std::lock_guard<std::mutex> lock(m_signalMutex);
+        ZOLMutexLocker lock(m_signalMutex);
         if (std::find(m_signals.begin(), m_signals.end(), id) != m_signals.end()) {
             return m_signals.size();
         }
@@ -148,11 +149,11 @@ void ZOLSignalTask::notify() {
 
 void ZOLSignalTask::remove(unsigned long id) {
     {
-        std::lock_guard<std::mutex> lock(m_signalMutex);
+        ZOLMutexLocker lock(m_signalMutex);
         m_signals.remove(id);
     }
     {
-        std::lock_guard<std::mutex> lock(m_taskMutex);
+        ZOLMutexLocker lock(m_taskMutex);
         m_tasks.erase(id);
     }
     ZOL_LOGI("%s:%d %s() [%p] disconnect %lu", ZOL_FILE, __LINE__, "remove", this, id);
@@ -160,11 +161,11 @@ void ZOLSignalTask::remove(unsigned long id) {
 
 void ZOLSignalTask::remove() {
     {
-        std::lock_guard<std::mutex> lock(m_signalMutex);
+        ZOLMutexLocker lock(m_signalMutex);
         m_signals.clear();
     }
     {
-        std::lock_guard<std::mutex> lock(m_taskMutex);
+        ZOLMutexLocker lock(m_taskMutex);
         m_tasks.clear();
         // Give the bucket array back as well.
         std::unordered_map<unsigned long, WrapperTask>().swap(m_tasks);
@@ -187,8 +188,10 @@ void ZOLSignalTask::loop() {
         ZOL_LOGI("%s:%d %s() [%p] loop alive", ZOL_FILE, __LINE__, "loop", this);
         unsigned long id = 0;
         {
-            std::unique_lock<std::mutex> lock(m_signalMutex);
-            m_cond.wait(lock, [this] { return m_stop || !m_signals.empty(); });
+            ZOLMutexLocker lock(m_signalMutex);
+            while (!m_stop && m_signals.empty()) {
+                m_cond.wait(lock);
+            }
             // A stop request wins over signals still pending: they are not served.
             if (m_stop) {
                 lock.unlock();
@@ -201,7 +204,7 @@ void ZOLSignalTask::loop() {
 
         // Declared before the lock, so that it is destroyed after the lock is released.
         WrapperTask local;
-        std::lock_guard<std::mutex> lock(m_taskMutex);
+        ZOLMutexLocker lock(m_taskMutex);
         auto entry = m_tasks.find(id);
         if (entry == m_tasks.end()) {
             continue;  // nothing registered: the signal is consumed

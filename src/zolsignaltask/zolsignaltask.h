@@ -43,15 +43,14 @@
 #include <sys/types.h>
 
 #include <atomic>
-#include <condition_variable>
 #include <functional>
 #include <list>
 #include <memory>
-#include <mutex>
 #include <thread>
 #include <unordered_map>
 
 #include "zolexport.h"
+#include "zolmutex.h"
 
 // A callable and three flags shared by every copy of it, by which the registering code learns
 // what became of its task. The flags are shared, not copied: copy construction and copy
@@ -87,23 +86,23 @@ public:
 
     // Registers (connects) a copy of `task` under `id`, replacing any task registered there.
     // Does not wake the loop. Returns the number of registered tasks.
-    unsigned long insert(unsigned long id, WrapperTask&& task);
+    unsigned long insert(unsigned long id, WrapperTask&& task) ZOL_EXCLUDES(m_taskMutex);
     // Queues `id` without waking the loop, unless it is already pending. Returns the number of
     // pending signals.
-    unsigned long insert(unsigned long id);
+    unsigned long insert(unsigned long id) ZOL_EXCLUDES(m_signalMutex);
     // insert(id), then wakes the loop.
-    void signal(unsigned long id);
+    void signal(unsigned long id) ZOL_EXCLUDES(m_signalMutex);
     // Wakes the loop.
     void notify();
     // Drops the pending signal and the task under `id` (logged even when there was none).
-    void remove(unsigned long id);
+    void remove(unsigned long id) ZOL_EXCLUDES(m_signalMutex, m_taskMutex);
     // Drops every pending signal and every task.
-    void remove();
+    void remove() ZOL_EXCLUDES(m_signalMutex, m_taskMutex);
     // remove(id) / remove(), then wakes the loop.
-    void disconnect(unsigned long id);
-    void disconnect();
+    void disconnect(unsigned long id) ZOL_EXCLUDES(m_signalMutex, m_taskMutex);
+    void disconnect() ZOL_EXCLUDES(m_signalMutex, m_taskMutex);
     // Body of the background thread: serves signals until the instance is destroyed.
-    void loop();
+    void loop() ZOL_EXCLUDES(m_signalMutex, m_taskMutex);
 
     // Drops everything pending ("disconnect all"), asks the loop to stop and joins it. The
     // instance is never destroyed; the same is done for it at process exit.
@@ -115,20 +114,21 @@ public:
 private:
     ZOLSignalTask();
     // What the destructor does; run at exit for the instance.
-    void Stop();
+    void Stop() ZOL_EXCLUDES(m_signalMutex, m_taskMutex);
     static void StopAtExit();
     static void ForkPrepare();
     static void ForkParent();
     static void ForkChild();
 
-    std::unordered_map<unsigned long, WrapperTask> m_tasks;  // guarded by m_taskMutex
-    std::list<unsigned long> m_signals;   // guarded by m_signalMutex; oldest first, no repeats
-    bool m_stop = false;                  // guarded by m_signalMutex
-    std::list<std::thread> m_threads;     // the loop thread; touched only by the ctor and dtor
-    std::condition_variable m_cond;       // waited on with m_signalMutex
-    [[maybe_unused]] std::mutex m_mutex;  // not taken by any operation
-    std::mutex m_taskMutex;
-    std::mutex m_signalMutex;
+    std::unordered_map<unsigned long, WrapperTask> m_tasks ZOL_GUARDED_BY(m_taskMutex);
+    // Oldest first, no repeats.
+    std::list<unsigned long> m_signals ZOL_GUARDED_BY(m_signalMutex);
+    bool m_stop ZOL_GUARDED_BY(m_signalMutex) = false;
+    std::list<std::thread> m_threads;   // the loop thread; touched only by the ctor and dtor
+    ZOLConditionVariable m_cond;        // waited on with m_signalMutex
+    [[maybe_unused]] ZOLMutex m_mutex;  // not taken by any operation
+    ZOLMutex m_taskMutex;
+    ZOLMutex m_signalMutex;
     // The loop thread, and the process that has it (a forked child has none). Set once.
     std::thread::id m_loopId;
     pid_t m_loopPid = 0;

@@ -3,27 +3,27 @@
 // The table and its lock are built by this unit's static initialisation when the library is
 // loaded, and destroyed at unload.
 std::map<unsigned int, ZOLThreadContext> ZOLThreadContextManager::m_threadIdToContextMap;
-std::mutex ZOLThreadContextManager::m_threadIdToContextMapLock;
+ZOLMutex ZOLThreadContextManager::m_threadIdToContextMapLock;
 
 int ZOLThreadContextManager::MapContextToThreadId(unsigned int threadId,
                                                   ZOLThreadContext* context) {
     if (context == nullptr) {
         return kNullContext;
     }
-    std::lock_guard<std::mutex> lock(m_threadIdToContextMapLock);
+    ZOLMutexLocker lock(m_threadIdToContextMapLock);
     // emplace never overwrites: a thread keeps the first context it was given.
     const bool inserted = m_threadIdToContextMap.emplace(threadId, *context).second;
     return inserted ? kDone : kAlreadyMapped;
 }
 
 int ZOLThreadContextManager::UnmapContextToThreadId(unsigned int threadId) {
-    std::lock_guard<std::mutex> lock(m_threadIdToContextMapLock);
+    ZOLMutexLocker lock(m_threadIdToContextMapLock);
     return m_threadIdToContextMap.erase(threadId) != 0 ? kDone : kNoContext;
 }
 
 int ZOLThreadContextManager::GetContextByThreadId(unsigned int threadId,
                                                   ZOLThreadContext& context) {
-    std::lock_guard<std::mutex> lock(m_threadIdToContextMapLock);
+    ZOLMutexLocker lock(m_threadIdToContextMapLock);
     const auto it = m_threadIdToContextMap.find(threadId);
     if (it == m_threadIdToContextMap.end()) {
         return kNoContext;
@@ -33,7 +33,7 @@ int ZOLThreadContextManager::GetContextByThreadId(unsigned int threadId,
 }
 
 int ZOLThreadContextManager::TransitionMapping(unsigned int fromThreadId, unsigned int toThreadId) {
-    std::lock_guard<std::mutex> lock(m_threadIdToContextMapLock);
+    ZOLMutexLocker lock(m_threadIdToContextMapLock);
     const auto it = m_threadIdToContextMap.find(fromThreadId);
     if (it == m_threadIdToContextMap.end()) {
         return kNoContext;

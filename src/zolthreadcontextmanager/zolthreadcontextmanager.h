@@ -9,10 +9,10 @@
 
 #include <cstdint>
 #include <map>
-#include <mutex>
 #include <type_traits>
 
 #include "zolexport.h"
+#include "zolmutex.h"
 
 // A per-thread context: 40 bytes copied whole; the library never looks inside. Its users give
 // the five words their meaning.
@@ -33,15 +33,20 @@ public:
 
     // Stores a copy of *context under threadId: 0; 2 when the thread already has a context
     // (which is kept); 4 when context is null.
-    static int MapContextToThreadId(unsigned int threadId, ZOLThreadContext* context);
+    static int MapContextToThreadId(unsigned int threadId, ZOLThreadContext* context)
+        ZOL_EXCLUDES(m_threadIdToContextMapLock);
     // Removes the entry of threadId: 0, or 3 when there was none.
-    static int UnmapContextToThreadId(unsigned int threadId);
+    static int UnmapContextToThreadId(unsigned int threadId)
+        ZOL_EXCLUDES(m_threadIdToContextMapLock);
     // Copies the entry of threadId into context: 0, or 3 (context untouched).
-    static int GetContextByThreadId(unsigned int threadId, ZOLThreadContext& context);
+    static int GetContextByThreadId(unsigned int threadId, ZOLThreadContext& context)
+        ZOL_EXCLUDES(m_threadIdToContextMapLock);
     // Moves the entry of fromThreadId to toThreadId; an entry toThreadId already has is kept
     // and the moved context discarded. 0, or 3 when fromThreadId has none.
-    static int TransitionMapping(unsigned int fromThreadId, unsigned int toThreadId);
+    static int TransitionMapping(unsigned int fromThreadId, unsigned int toThreadId)
+        ZOL_EXCLUDES(m_threadIdToContextMapLock);
 
-    static std::map<unsigned int, ZOLThreadContext> m_threadIdToContextMap;
-    static std::mutex m_threadIdToContextMapLock;
+    static std::map<unsigned int, ZOLThreadContext> m_threadIdToContextMap
+        ZOL_GUARDED_BY(m_threadIdToContextMapLock);
+    static ZOLMutex m_threadIdToContextMapLock;
 };

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <mutex>
 #include <new>
 
 #include "zolthreadcontextmanager.h"
@@ -13,8 +14,8 @@ namespace {
 
 // Every live pool, for the fork handlers: a list through the pools themselves, so that joining
 // it allocates nothing and it needs no destructor at exit.
-std::mutex g_poolsMutex;
-ZOLThreadPool* g_firstPool = nullptr;  // guarded by g_poolsMutex
+ZOLMutex g_poolsMutex;
+ZOLThreadPool* g_firstPool ZOL_GUARDED_BY(g_poolsMutex) = nullptr;
 std::once_flag g_forkHandlers;
 
 // The pool whose worker the calling thread is, if any: DeInit called from a task must not wait
@@ -31,7 +32,7 @@ unsigned int CurrentThreadId() {
 void AdoptContext(unsigned int submitterThreadId) {
     ZOLThreadContext context{};
     {
-        std::lock_guard<std::mutex> lock(ZOLThreadContextManager::m_threadIdToContextMapLock);
+        ZOLMutexLocker lock(ZOLThreadContextManager::m_threadIdToContextMapLock);
         const auto& map = ZOLThreadContextManager::m_threadIdToContextMap;
         const auto it = map.find(submitterThreadId);
         if (it != map.end()) {
@@ -39,7 +40,7 @@ void AdoptContext(unsigned int submitterThreadId) {
         }
     }
     const unsigned int self = CurrentThreadId();
-    std::lock_guard<std::mutex> lock(ZOLThreadContextManager::m_threadIdToContextMapLock);
+    ZOLMutexLocker lock(ZOLThreadContextManager::m_threadIdToContextMapLock);
     // Out of memory, the task runs without the submitter's context rather than the exception
     // ending the process from a worker thread.
     try {
@@ -52,18 +53,18 @@ void AdoptContext(unsigned int submitterThreadId) {
 
 ZOLThreadPool::ZOLThreadPool() {
     {
-        std::lock_guard<std::mutex> lock(m_workerMutex);
+        ZOLMutexLocker lock(m_workerMutex);
         m_workers.clear();
     }
     {
-        std::lock_guard<std::mutex> lock(m_taskMutex);
+        ZOLMutexLocker lock(m_taskMutex);
         m_taskList.clear();
     }
     // The handlers are registered once, by the first pool. Later users of the pools (the offline
     // log, the signal task) register theirs afterwards, so that their prepare handlers run first
     // and their locks are taken before the pools'.
     std::call_once(g_forkHandlers, [] { pthread_atfork(ForkPrepare, ForkParent, ForkChild); });
-    std::lock_guard<std::mutex> lock(g_poolsMutex);
+    ZOLMutexLocker lock(g_poolsMutex);
     m_nextPool = g_firstPool;
     if (g_firstPool != nullptr) {
         g_firstPool->m_prevPool = this;
@@ -73,7 +74,7 @@ ZOLThreadPool::ZOLThreadPool() {
 
 ZOLThreadPool::~ZOLThreadPool() {
     DeInit();
-    std::lock_guard<std::mutex> lock(g_poolsMutex);
+    ZOLMutexLocker lock(g_poolsMutex);
     (m_prevPool != nullptr ? m_prevPool->m_nextPool : g_firstPool) = m_nextPool;
     if (m_nextPool != nullptr) {
         m_nextPool->m_prevPool = m_prevPool;
@@ -81,8 +82,9 @@ ZOLThreadPool::~ZOLThreadPool() {
 }
 
 // Across fork, every pool's two locks and the context table's lock are held, pools in list
-// order, so that no list is caught half changed. Called by fork only.
-void ZOLThreadPool::ForkPrepare() {
+// order, so that no list is caught half changed. Called by fork only. The locks are taken here
+// and let go in the other two handlers, which the analysis cannot follow.
+void ZOLThreadPool::ForkPrepare() ZOL_NO_THREAD_SAFETY_ANALYSIS {
     g_poolsMutex.lock();
     for (ZOLThreadPool* pool = g_firstPool; pool != nullptr; pool = pool->m_nextPool) {
         pool->m_workerMutex.lock();
@@ -91,7 +93,7 @@ void ZOLThreadPool::ForkPrepare() {
     ZOLThreadContextManager::m_threadIdToContextMapLock.lock();
 }
 
-void ZOLThreadPool::ForkParent() {
+void ZOLThreadPool::ForkParent() ZOL_NO_THREAD_SAFETY_ANALYSIS {
     ZOLThreadContextManager::m_threadIdToContextMapLock.unlock();
     for (ZOLThreadPool* pool = g_firstPool; pool != nullptr; pool = pool->m_nextPool) {
         pool->m_taskMutex.unlock();
@@ -103,8 +105,8 @@ void ZOLThreadPool::ForkParent() {
 // Only the thread that forked lives on in the child. The workers are gone, and so are the
 // threads that waited on the condition variables: those are made anew, since waiters that no
 // longer exist could hold up their next notification. The pending records were the parent's
-// work, which the parent does; here they are dropped.
-void ZOLThreadPool::ForkChild() {
+// work, which the parent does; here they are dropped. The locks are ForkPrepare's.
+void ZOLThreadPool::ForkChild() ZOL_NO_THREAD_SAFETY_ANALYSIS {
     ZOLThreadContextManager::m_threadIdToContextMapLock.unlock();
     for (ZOLThreadPool* pool = g_firstPool; pool != nullptr; pool = pool->m_nextPool) {
         pool->m_workers.clear();
@@ -113,8 +115,8 @@ void ZOLThreadPool::ForkChild() {
             free(task.arg);
         }
         pool->m_taskList.clear();
-        new (&pool->m_taskCond) std::condition_variable();
-        new (&pool->m_deInitEnd) std::condition_variable();
+        new (&pool->m_taskCond) ZOLConditionVariable();
+        new (&pool->m_deInitEnd) ZOLConditionVariable();
         pool->m_taskMutex.unlock();
         pool->m_workerMutex.unlock();
     }
@@ -124,15 +126,15 @@ void ZOLThreadPool::ForkChild() {
 bool ZOLThreadPool::Init(unsigned int n) {
     {
         // Handles of an earlier Init are forgotten, not joined: Init is meant to be called once.
-        std::lock_guard<std::mutex> lock(m_workerMutex);
+        ZOLMutexLocker lock(m_workerMutex);
         m_workers.clear();
     }
     {
         // Records queued before Init are dropped as they are; their arguments are not freed.
-        std::lock_guard<std::mutex> lock(m_taskMutex);
+        ZOLMutexLocker lock(m_taskMutex);
         m_taskList.clear();
     }
-    std::lock_guard<std::mutex> lock(m_workerMutex);
+    ZOLMutexLocker lock(m_workerMutex);
     unsigned int started = 0;
     while (started < n) {
         pthread_t thread{};
@@ -151,11 +153,13 @@ void ZOLThreadPool::DeInit() {
     const bool onOwnWorker = t_workerOf == this;
     std::vector<long> workers;
     {
-        std::unique_lock<std::mutex> lock(m_workerMutex);
+        ZOLMutexLocker lock(m_workerMutex);
         if (onOwnWorker && m_deInitRunning) {
             return;  // the DeInit running stops this worker too, once its task is done
         }
-        m_deInitEnd.wait(lock, [this] { return !m_deInitRunning; });
+        while (m_deInitRunning) {
+            m_deInitEnd.wait(lock);
+        }
         if (m_workers.empty()) {
             return;
         }
@@ -165,7 +169,7 @@ void ZOLThreadPool::DeInit() {
     // One exit record per started worker, behind anything submitted since the flush.
     for (size_t i = 0; i < workers.size(); ++i) {
         {
-            std::lock_guard<std::mutex> lock(m_taskMutex);
+            ZOLMutexLocker lock(m_taskMutex);
             m_taskList.push_back(ZOLThreadPoolTask{kCmdExit, nullptr, nullptr, 0, 0});
         }
         m_taskCond.notify_one();
@@ -180,7 +184,7 @@ void ZOLThreadPool::DeInit() {
         }
     }
     {
-        std::lock_guard<std::mutex> lock(m_workerMutex);
+        ZOLMutexLocker lock(m_workerMutex);
         if (keepOwnWorker) {
             m_workers.push_back(static_cast<long>(pthread_self()));  // for a later DeInit to join
         }
@@ -190,7 +194,7 @@ void ZOLThreadPool::DeInit() {
 }
 
 void ZOLThreadPool::FlushTask() {
-    std::lock_guard<std::mutex> lock(m_taskMutex);
+    ZOLMutexLocker lock(m_taskMutex);
     // Exit records stay: a DeInit under way waits for the workers that are to take them.
     for (auto it = m_taskList.begin(); it != m_taskList.end();) {
         if (it->cmd == kCmdExit) {
@@ -203,8 +207,10 @@ void ZOLThreadPool::FlushTask() {
 }
 
 bool ZOLThreadPool::GetTaskFromList(ZOLThreadPoolTask& task) {
-    std::unique_lock<std::mutex> lock(m_taskMutex);
-    m_taskCond.wait(lock, [this] { return !m_taskList.empty(); });
+    ZOLMutexLocker lock(m_taskMutex);
+    while (m_taskList.empty()) {
+        m_taskCond.wait(lock);
+    }
     task = m_taskList.front();
     m_taskList.pop_front();
     return true;

@@ -6,7 +6,7 @@
 //
 //   ZOLThreadPoolTask task{ZOLThreadPool::kCmdRun, Work, block, blockSize, gettid()};
 //   {
-//       std::lock_guard<std::mutex> lock(pool.m_taskMutex);
+//       ZOLMutexLocker lock(pool.m_taskMutex);
 //       pool.m_taskList.push_back(task);
 //   }
 //   pool.m_taskCond.notify_one();
@@ -49,16 +49,17 @@
 //
 // Locks: m_workerMutex guards m_workers and the DeInit in progress; m_taskMutex guards
 // m_taskList and is the lock of m_taskCond. The two are never held together, except by the
-// fork handlers (m_workerMutex first). Joining happens with neither held.
+// fork handlers (m_workerMutex first). Joining happens with neither held. A std::lock_guard on
+// m_taskMutex works as well (ZOLMutex is a std::mutex), but only ZOLMutexLocker lets clang check
+// the access to m_taskList (zolmutex.h).
 #pragma once
 
-#include <condition_variable>
 #include <cstdint>
 #include <list>
-#include <mutex>
 #include <vector>
 
 #include "zolexport.h"
+#include "zolmutex.h"
 
 struct ZOLThreadPoolTask {
     uint32_t cmd;                               // 0 run, 1 the worker ends, others ignored
@@ -80,32 +81,33 @@ public:
 
     // Starts up to n workers, stopping at the first that cannot be created (those already
     // started keep running and are listed). True when all n started; Init(0) starts nothing.
-    bool Init(unsigned int n);
+    bool Init(unsigned int n) ZOL_EXCLUDES(m_workerMutex, m_taskMutex);
     // Drops pending records (freeing their arguments), stops and joins every worker. Waits for
     // a DeInit already running on another thread, then returns.
-    void DeInit();
+    void DeInit() ZOL_EXCLUDES(m_workerMutex, m_taskMutex);
     // Drops pending records, freeing their arguments; exit records stay. Running tasks are not
     // waited for.
-    void FlushTask();
+    void FlushTask() ZOL_EXCLUDES(m_taskMutex);
     // Blocks until a record is pending and moves the front record into task. Always true.
-    bool GetTaskFromList(ZOLThreadPoolTask& task);
+    bool GetTaskFromList(ZOLThreadPoolTask& task) ZOL_EXCLUDES(m_taskMutex);
     // Thread function of each worker (for pthread_create); its argument is the pool. Returns
     // null when the worker takes an exit record.
     static void* WorkerCore(void* pool);
 
-    std::mutex m_workerMutex;
-    std::vector<long> m_workers;  // pthread_t of each started worker, in start order
-    std::list<ZOLThreadPoolTask> m_taskList;
-    std::mutex m_taskMutex;
-    std::condition_variable m_taskCond;
+    ZOLMutex m_workerMutex;
+    // pthread_t of each started worker, in start order.
+    std::vector<long> m_workers ZOL_GUARDED_BY(m_workerMutex);
+    std::list<ZOLThreadPoolTask> m_taskList ZOL_GUARDED_BY(m_taskMutex);
+    ZOLMutex m_taskMutex;
+    ZOLConditionVariable m_taskCond;
 
 private:
     static void ForkPrepare();
     static void ForkParent();
     static void ForkChild();
 
-    bool m_deInitRunning = false;         // guarded by m_workerMutex
-    std::condition_variable m_deInitEnd;  // waited on with m_workerMutex
+    bool m_deInitRunning ZOL_GUARDED_BY(m_workerMutex) = false;
+    ZOLConditionVariable m_deInitEnd;  // waited on with m_workerMutex
     // The list of live pools the fork handlers walk (guarded by its own lock).
     ZOLThreadPool* m_prevPool = nullptr;
     ZOLThreadPool* m_nextPool = nullptr;
