@@ -98,11 +98,21 @@ constexpr int kBufferSize = 1024;
 template <typename Log>
 inline void OfflineVia(int priority, const char* text) {
     switch (priority) {
-        case ANDROID_LOG_ERROR: Log::ZOLOfflineLogE("%s", text); break;
-        case ANDROID_LOG_WARN: Log::ZOLOfflineLogW("%s", text); break;
-        case ANDROID_LOG_DEBUG: Log::ZOLOfflineLogD("%s", text); break;
-        case ANDROID_LOG_INFO: Log::ZOLOfflineLogI("%s", text); break;
-        default: Log::ZOLOfflineLogV("%s", text); break;
+        case ANDROID_LOG_ERROR:
+            Log::ZOLOfflineLogE("%s", text);
+            break;
+        case ANDROID_LOG_WARN:
+            Log::ZOLOfflineLogW("%s", text);
+            break;
+        case ANDROID_LOG_DEBUG:
+            Log::ZOLOfflineLogD("%s", text);
+            break;
+        case ANDROID_LOG_INFO:
+            Log::ZOLOfflineLogI("%s", text);
+            break;
+        default:
+            Log::ZOLOfflineLogV("%s", text);
+            break;
     }
 }
 
