@@ -4,9 +4,9 @@
 # a race, descriptors not given back, steady RSS growth or offline-log lines lost.
 #   .ci/soak.sh                                  60 s under TSan, 30 s without (about 2 min)
 #   ZOL_SOAK_SECONDS=600 ZOL_SOAK_THREADS=8 .ci/soak.sh
-# The soak needs only the library; it lives under bench/, which the tsan preset leaves out, so
-# the TSan build is configured with ZOL_BUILD_BENCH=ON here and only the soak is built (the
-# library objects are those of the TSan suite).
+# The soak needs only the library and is built with the tests (tests/CMakeLists.txt), so each
+# build is configured exactly as ./run-tests.sh configures it and only the soak is built: this
+# step and the test steps may run in any order and share their builds.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds="${ZOL_SOAK_SECONDS:-60}"
@@ -23,7 +23,7 @@ cmake --build "$default_dir" -j "$(nproc)" --target zol_soak
 "$default_dir/bench/soak/zol_soak" --threads "$threads" --seconds "$plain_seconds"
 
 echo "--- soak under ThreadSanitizer, ${seconds} s"
-cmake --preset tsan -B "$tsan_dir" -DZOL_WERROR=ON -DZOL_BUILD_BENCH=ON >/dev/null
+cmake --preset tsan -B "$tsan_dir" -DZOL_WERROR=ON >/dev/null
 cmake --build "$tsan_dir" -j "$(nproc)" --target zol_soak
 TSAN_OPTIONS="halt_on_error=1:second_deadlock_stack=1" \
     "$tsan_dir/bench/soak/zol_soak" --threads "$threads" --seconds "$seconds"

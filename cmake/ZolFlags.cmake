@@ -10,6 +10,10 @@ endif()
 if(ZOL_WERROR)
     list(APPEND ZOL_WARNING_FLAGS -Werror)
 endif()
+# The library's own sources are held to more: no shadowed names, no silent narrowing or sign
+# change, C++ casts only, and a virtual destructor wherever there are virtual functions.
+set(ZOL_LIBRARY_WARNING_FLAGS ${ZOL_WARNING_FLAGS}
+    -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast -Wnon-virtual-dtor)
 
 if(ZOL_SANITIZE)
     string(REPLACE ";" "," _zol_san "${ZOL_SANITIZE}")
@@ -18,7 +22,12 @@ if(ZOL_SANITIZE)
     add_link_options(-fsanitize=${_zol_san})
 endif()
 
-# zol_target_flags(<target>): the project's warning set for one of its own targets.
+# zol_target_flags(<target> [LIBRARY]): the project's warning set for one of its own targets;
+# LIBRARY: the library's stricter set.
 function(zol_target_flags target)
-    target_compile_options(${target} PRIVATE ${ZOL_WARNING_FLAGS})
+    if("LIBRARY" IN_LIST ARGN)
+        target_compile_options(${target} PRIVATE ${ZOL_LIBRARY_WARNING_FLAGS})
+    else()
+        target_compile_options(${target} PRIVATE ${ZOL_WARNING_FLAGS})
+    endif()
 endfunction()

@@ -71,7 +71,8 @@ int BufferAllocator::CpuSyncStart(unsigned int dmabuf_fd, SyncType sync_type,
     if (heap_fd_ < 0) {
         return CheckOpen(dmabuf_fd);  // memfd pages are ordinary cached memory
     }
-    return SyncIoctl(static_cast<int>(dmabuf_fd), DMA_BUF_SYNC_START | sync_type);
+    return SyncIoctl(static_cast<int>(dmabuf_fd),
+                     static_cast<unsigned long long>(DMA_BUF_SYNC_START | sync_type));
 }
 
 int BufferAllocator::CpuSyncEnd(unsigned int dmabuf_fd, SyncType sync_type,
@@ -80,5 +81,6 @@ int BufferAllocator::CpuSyncEnd(unsigned int dmabuf_fd, SyncType sync_type,
     if (heap_fd_ < 0) {
         return CheckOpen(dmabuf_fd);
     }
-    return SyncIoctl(static_cast<int>(dmabuf_fd), DMA_BUF_SYNC_END | sync_type);
+    return SyncIoctl(static_cast<int>(dmabuf_fd),
+                     static_cast<unsigned long long>(DMA_BUF_SYNC_END | sync_type));
 }

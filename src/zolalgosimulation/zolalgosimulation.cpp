@@ -306,9 +306,9 @@ bool ZOLAlgoSimulation::readSimulationInfo(std::vector<ZOLImageBuffer>& buffers,
         } else if (frame >= 0) {
             // Not read: frames the caller's vector or planes cannot take, and files that are
             // not regular files.
-            read = static_cast<size_t>(frame) < buffers.size() &&
-                   FrameReadFits(buffers[frame], allowed[frame]) &&
-                   ReadRegularFrame(&buffers[frame], path);
+            const size_t slot = static_cast<size_t>(frame);
+            read = slot < buffers.size() && FrameReadFits(buffers[slot], allowed[slot]) &&
+                   ReadRegularFrame(&buffers[slot], path);
         } else if (strstr(name, "database") != nullptr) {
             readDatabase(database, databaseSize, path);
         } else {

@@ -98,13 +98,17 @@ bool ZOLAlgoSimulation::readRequestBuffer(std::vector<ZOLImageBuffer>& buffers, 
         // Read over the record's current values, so that an item the file cannot complete
         // leaves what it did not reach as it was.
         RecordItems items = ItemsOf(buffer);
+        // One fread per item, of one element: the count is of the items read (0 or 1 each).
+        const auto readItem = [&file](void* item, size_t bytes) {
+            return static_cast<unsigned>(fread(item, bytes, 1, file.get()));
+        };
         unsigned count = 0;
-        count += fread(items.size3, sizeof(items.size3), 1, file.get());
-        count += fread(&items.planeStride, sizeof(items.planeStride), 1, file.get());
-        count += fread(&items.sliceHeight, sizeof(items.sliceHeight), 1, file.get());
-        count += fread(&items.numberOfPlanes, sizeof(items.numberOfPlanes), 1, file.get());
+        count += readItem(items.size3, sizeof(items.size3));
+        count += readItem(&items.planeStride, sizeof(items.planeStride));
+        count += readItem(&items.sliceHeight, sizeof(items.sliceHeight));
+        count += readItem(&items.numberOfPlanes, sizeof(items.numberOfPlanes));
         for (int32_t& fd : items.fd) {
-            count += fread(&fd, sizeof(fd), 1, file.get());
+            count += readItem(&fd, sizeof(fd));
         }
         StoreItems(items, &buffer);
         ZOL_LOGD("[algorithm simulation]: read RequestBuffer size = %u.", count);

@@ -20,7 +20,7 @@ void BaseFolderPath(char (&out)[kFolderPathBytes]) {
 }
 
 void SaveFolderPath(char (&out)[kFolderPathBytes], const struct tm& local, long microseconds) {
-    const int milliseconds = static_cast<int>(microseconds / 1000.0);
+    const int milliseconds = static_cast<int>(static_cast<double>(microseconds) / 1000.0);
     snprintf(out, sizeof(out), "%s/%sSimulationIntputInfo_%02d%02d%02d%02d%02d%03d/",
              DevicePath(kCameraFolder).c_str(), kSimulationFolder, local.tm_mon + 1, local.tm_mday,
              local.tm_hour, local.tm_min, local.tm_sec, milliseconds);

@@ -54,7 +54,8 @@ void yuv420sp2rgba(unsigned char* y, unsigned char* uv, unsigned char* rgba, int
             : kernels.yuvToRgba;
     for (int r = 0; r < height; ++r) {
         // Odd rows start half a chroma row further on: (r * uvStride) / 2, truncated.
-        row(y + r * yStride, uv + (r * uvStride) / 2, rgba + r * rgbaRow, width);
+        row(y + r * yStride, uv + (r * uvStride) / 2, rgba + static_cast<size_t>(r) * rgbaRow,
+            width);
     }
 }
 
@@ -69,6 +70,6 @@ void rgba2yuv420sp(unsigned char* y, unsigned char* uv, unsigned char* rgba, int
     for (int r = 0; r < height; ++r) {
         // Chroma is point-sampled at even rows and columns; even row r writes chroma row r / 2.
         unsigned char* chroma = (r & 1) == 0 ? uv + (r * uvStride) / 2 : nullptr;
-        row(rgba + r * rgbaRow, y + r * yStride, chroma, width);
+        row(rgba + static_cast<size_t>(r) * rgbaRow, y + r * yStride, chroma, width);
     }
 }

@@ -94,7 +94,7 @@ std::pair<bool, int> DiagUtils::GetEVInfo(ZOLDiagAlgoType const& algoType, int c
     if (evValues == nullptr || index < 0 || static_cast<std::size_t>(index) >= evValues->size()) {
         return {false, 0};
     }
-    return {true, (*evValues)[index]};
+    return {true, (*evValues)[static_cast<std::size_t>(index)]};
 }
 
 std::pair<bool, _TuningMode> DiagUtils::GetTunInfo(ZOLDiagAlgoType const& algoType,

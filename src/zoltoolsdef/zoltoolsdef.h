@@ -30,7 +30,13 @@
 #include <cstring>
 
 #include "zolexport.h"
+
+// Inside the library (ZOL_BUILDING_ZOLTOOLS, set by its build) the text reaches the offline log
+// through an out-of-line function of zoltoolsdef.cpp, so that the units that log do not compile
+// the offline log's and the thread pool's headers. A user's copy calls the offline log itself.
+#ifndef ZOL_BUILDING_ZOLTOOLS
 #include "zolofflinelog.h"
+#endif
 
 // The process-wide debug log level.
 ZOL_EXPORT extern int32_t ZOLToolsLogLevel;
@@ -86,9 +92,42 @@ namespace debuglog {
 
 constexpr int kBufferSize = 1024;
 
+// Hands the formatted text to the entry point of the offline log `Log` (ZOLOfflineLog) that the
+// table above gives for the Android priority `priority`. A template, so that this header names
+// the entry points without needing the offline log's declaration.
+template <typename Log>
+inline void OfflineVia(int priority, const char* text) {
+    switch (priority) {
+        case ANDROID_LOG_ERROR:
+            Log::ZOLOfflineLogE("%s", text);
+            break;
+        case ANDROID_LOG_WARN:
+            Log::ZOLOfflineLogW("%s", text);
+            break;
+        case ANDROID_LOG_DEBUG:
+            Log::ZOLOfflineLogD("%s", text);
+            break;
+        case ANDROID_LOG_INFO:
+            Log::ZOLOfflineLogI("%s", text);
+            break;
+        default:
+            Log::ZOLOfflineLogV("%s", text);
+            break;
+    }
+}
+
+#ifdef ZOL_BUILDING_ZOLTOOLS
+// zoltoolsdef.cpp: OfflineVia<ZOLOfflineLog>.
+__attribute__((visibility("hidden"))) void Offline(int priority, const char* text);
+#else
+static inline void Offline(int priority, const char* text) {
+    OfflineVia<ZOLOfflineLog>(priority, text);
+}
+#endif
+
 // Formats into a 1,024-byte buffer, writes it to the Android log and hands it to the offline
-// log entry point `offline`.
-inline void Write(int priority, void (*offline)(const char*, ...), const char* fmt, va_list args) {
+// log.
+static inline void Write(int priority, const char* fmt, va_list args) {
     char buffer[kBufferSize] = {};
     vsnprintf(buffer, sizeof(buffer), fmt, args);
     __android_log_write(priority, "ZOL", buffer);
@@ -107,24 +146,24 @@ inline void Write(int priority, void (*offline)(const char*, ...), const char* f
         }
         *out = '\0';
     }
-    offline("%s", buffer);
+    Offline(priority, buffer);
 }
 
 }  // namespace debuglog
 }  // namespace zol
 
-#define ZOL_DEBUGLOG_DEFINE(name, priority, offline)                                              \
+#define ZOL_DEBUGLOG_DEFINE(name, priority)                                                       \
     __attribute__((format(printf, 1, 2), unused)) static inline void name(const char* fmt, ...) { \
         va_list args;                                                                             \
         va_start(args, fmt);                                                                      \
-        ::zol::debuglog::Write(priority, offline, fmt, args);                                     \
+        ::zol::debuglog::Write(priority, fmt, args);                                              \
         va_end(args);                                                                             \
     }
 
-ZOL_DEBUGLOG_DEFINE(ZOLDebugLogE, ANDROID_LOG_ERROR, &ZOLOfflineLog::ZOLOfflineLogE)
-ZOL_DEBUGLOG_DEFINE(ZOLDebugLogW, ANDROID_LOG_WARN, &ZOLOfflineLog::ZOLOfflineLogW)
-ZOL_DEBUGLOG_DEFINE(ZOLDebugLogD, ANDROID_LOG_DEBUG, &ZOLOfflineLog::ZOLOfflineLogD)
-ZOL_DEBUGLOG_DEFINE(ZOLDebugLogI, ANDROID_LOG_INFO, &ZOLOfflineLog::ZOLOfflineLogI)
-ZOL_DEBUGLOG_DEFINE(ZOLDebugLogV, ANDROID_LOG_VERBOSE, &ZOLOfflineLog::ZOLOfflineLogV)
+ZOL_DEBUGLOG_DEFINE(ZOLDebugLogE, ANDROID_LOG_ERROR)
+ZOL_DEBUGLOG_DEFINE(ZOLDebugLogW, ANDROID_LOG_WARN)
+ZOL_DEBUGLOG_DEFINE(ZOLDebugLogD, ANDROID_LOG_DEBUG)
+ZOL_DEBUGLOG_DEFINE(ZOLDebugLogI, ANDROID_LOG_INFO)
+ZOL_DEBUGLOG_DEFINE(ZOLDebugLogV, ANDROID_LOG_VERBOSE)
 
 #undef ZOL_DEBUGLOG_DEFINE
