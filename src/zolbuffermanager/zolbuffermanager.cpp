@@ -50,6 +50,27 @@ std::string StatsName(const std::string& name) {
     return cleaned;
 }
 
+// Describes the planes just allocated in `image`: their addresses, and for DMA their
+// descriptors; every other plane field cleared. False, with only the plane count set and the
+// planes cleared, for a type that has no such description.
+bool SetPlanes(ZOLImageBuffer& image, unsigned planeCount, void* const* address, const int* fd,
+               ZOLBufferType type) {
+    image.numberOfPlanes = planeCount;
+    for (unsigned i = 0; i < kMaxPlanes; ++i) {
+        image.Addr[i] = nullptr;
+        image.fd[i] = 0;
+    }
+    image.pNativeHandle = nullptr;
+    if (type != ZOL_BUFFER_TYPE_HEAP && type != ZOL_BUFFER_TYPE_DMA) {
+        return false;
+    }
+    for (unsigned i = 0; i < planeCount; ++i) {
+        image.Addr[i] = address[i];
+        image.fd[i] = type == ZOL_BUFFER_TYPE_DMA ? fd[i] : 0;
+    }
+    return true;
+}
+
 }  // namespace
 
 ZOLBufferManager::ZOLBufferManager() : m_name("UnknowBufferManager") {
@@ -206,22 +227,7 @@ bool ZOLBufferManager::AllocBuffer(ZOLImageBuffer& image, ZOLBufferType type) {
         }
     }
 
-    image.numberOfPlanes = planeCount;
-    for (unsigned i = 0; i < kMaxPlanes; ++i) {
-        image.Addr[i] = nullptr;
-        image.fd[i] = 0;
-    }
-    image.pNativeHandle = nullptr;
-    if (type == ZOL_BUFFER_TYPE_HEAP) {
-        for (unsigned i = 0; i < planeCount; ++i) {
-            image.Addr[i] = address[i];
-        }
-    } else if (type == ZOL_BUFFER_TYPE_DMA) {
-        for (unsigned i = 0; i < planeCount; ++i) {
-            image.Addr[i] = address[i];
-            image.fd[i] = fd[i];
-        }
-    } else {
+    if (!SetPlanes(image, planeCount, address, fd, type)) {
         ZOL_MANAGER_LOG(E, "AllocBuffer", "Alloc buffer fail, unsupport type: %d",
                         static_cast<int>(type));
         return false;
