@@ -250,20 +250,22 @@ void FlushOfflineLog() {
     ZOLOfflineLog::GetInstance()->WaitForQueuedLines();
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-    Options options;
+// Takes in the command line and sets the console's log level. False when the program is to
+// end at once with `exitStatus` (a wrong argument, --help). With --verbose the program starts
+// itself again from here.
+bool ApplyCommandLine(int argc, char** argv, Options& options, int& exitStatus) {
     bool help = false;
     std::string error;
     if (!ParseOptions(argc, argv, options, help, error)) {
         std::fprintf(stderr, "algo_wrapper: %s\n", error.c_str());
         Usage(stderr);
-        return 2;
+        exitStatus = 2;
+        return false;
     }
     if (help) {
         Usage(stdout);
-        return 0;
+        exitStatus = 0;
+        return false;
     }
     const char* priority = std::getenv(kLogPriorityVariable);
     if (options.verbose && (priority == nullptr || std::strcmp(priority, "V") != 0)) {
@@ -278,17 +280,105 @@ int main(int argc, char** argv) {
     if (!options.verbose && priority == nullptr) {
         __android_log_set_minimum_priority(ANDROID_LOG_WARN);
     }
+    return true;
+}
+
+// The second process: replays what the first saved and compares the outputs.
+int RunReplay(const Options& options, const example::DeviceSandbox& sandbox) {
+    Totals totals;
+    int status = RunInvocations(options, sandbox, totals);
+    std::printf("  replay: %.1f ms per read-back, %.1f ms per algorithm run\n",
+                totals.simulationMs / options.frames, totals.algorithmMs / options.frames);
+    FlushOfflineLog();
+    return status;
+}
+
+struct Pressure {
+    float cpu, memory, io;
+};
+
+// The pressure-stall averages now, logged as well.
+Pressure ReadPressure() {
+    ZOLPSI psi;
+    const Pressure now = {psi.GetPsiCpuSomeAvg10(), psi.GetPsiMemSomeAvg10(),
+                          psi.GetPsiIoSomeAvg10()};
+    ZOL_LOGI("[AlgoWrapper] %s:%d %s() pressure: cpu %.2f memory %.2f io %.2f", ZOL_FILE, __LINE__,
+             "main", static_cast<double>(now.cpu), static_cast<double>(now.memory),
+             static_cast<double>(now.io));
+    return now;
+}
+
+// The names in `now` that are not in `before`.
+std::vector<std::string> NewNames(const std::vector<std::string>& now,
+                                  const std::vector<std::string>& before) {
+    std::vector<std::string> added;
+    for (const std::string& name : now) {
+        bool old = false;
+        for (const std::string& earlier : before) {
+            old = old || earlier == name;
+        }
+        if (!old) {
+            added.push_back(name);
+        }
+    }
+    return added;
+}
+
+// What the summary reports of a save run and its replay.
+struct Outcome {
+    Totals totals;
+    int replayStatus = 0;
+    size_t saves = 0;  // save folders
+    Pressure pressure = {};
+    std::vector<std::string> newLogs;  // offline log files this run created
+};
+
+void PrintSummary(const Options& options, const example::DeviceSandbox& sandbox,
+                  const Outcome& outcome) {
+    const Totals& totals = outcome.totals;
+    const Pressure& pressure = outcome.pressure;
+    std::printf("\nsummary\n");
+    std::printf("  frames           %u saved, %u replayed: %s\n", options.frames, options.frames,
+                outcome.replayStatus == 0               ? "every output identical"
+                : outcome.replayStatus == kExitMismatch ? "OUTPUTS DIFFER"
+                                                        : "REPLAY FAILED");
+    std::printf("  timings (save)   scene %.1f ms, save %.1f ms, algorithm %.1f ms per frame\n",
+                totals.prepareMs / options.frames, totals.simulationMs / options.frames,
+                totals.algorithmMs / options.frames);
+    std::printf("  pressure         cpu %.2f%%  memory %.2f%%  io %.2f%%  (some avg10%s)\n",
+                static_cast<double>(pressure.cpu), static_cast<double>(pressure.memory),
+                static_cast<double>(pressure.io),
+                access("/proc/pressure/cpu", R_OK) == 0 ? "" : "; no /proc/pressure here");
+    std::printf("  simulation       %s (%zu save folders)\n", sandbox.SimulationBase().c_str(),
+                outcome.saves);
+    std::printf("  outputs          %s (output_*: first run, replay_*: second run)\n",
+                sandbox.OutputDir().c_str());
+    std::printf("  offline log      %s", sandbox.OfflineLogDir().c_str());
+    const std::vector<std::string>& newLogs = outcome.newLogs;
+    for (const std::string& name : newLogs) {
+        std::printf("%s%s", &name == &newLogs.front() ? "\n                     " : ", ",
+                    name.c_str());
+    }
+    const char* root = sandbox.root().c_str();
+    const std::string zoltools = ZoltoolsCommand();
+    std::printf("\n  PNGs             %s inspect %s --png %s/png\n", zoltools.c_str(), root, root);
+    std::printf("  merged log       %s log %s\n", zoltools.c_str(), root);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    Options options;
+    int exitStatus = 0;
+    if (!ApplyCommandLine(argc, argv, options, exitStatus)) {
+        return exitStatus;
+    }
     example::DeviceSandbox sandbox(options.root);
 
     const char* mode = std::getenv(kModeProperty);
     const bool modeIsSave = mode == nullptr || std::atoi(mode) == 1;
     if (options.replay) {
-        Totals totals;
-        int status = RunInvocations(options, sandbox, totals);
-        std::printf("  replay: %.1f ms per read-back, %.1f ms per algorithm run\n",
-                    totals.simulationMs / options.frames, totals.algorithmMs / options.frames);
-        FlushOfflineLog();
-        return status;
+        return RunReplay(options, sandbox);
     }
     if (!modeIsSave) {
         std::fprintf(stderr,
@@ -298,6 +388,7 @@ int main(int argc, char** argv) {
         return 2;
     }
 
+    std::string error;
     if (!sandbox.Prepare(error)) {
         std::fprintf(stderr, "algo_wrapper: cannot prepare the device root: %s\n", error.c_str());
         return 1;
@@ -308,59 +399,18 @@ int main(int argc, char** argv) {
                 options.height, sandbox.root().c_str(),
                 cleared > 0 ? " (earlier saves removed)" : "");
 
-    Totals totals;
-    int status = RunInvocations(options, sandbox, totals);
+    Outcome outcome;
+    const int status = RunInvocations(options, sandbox, outcome.totals);
     if (status != 0) {
         FlushOfflineLog();
         return status;
     }
-    const size_t saves = sandbox.List(sandbox.SimulationBase()).size();
+    outcome.saves = sandbox.List(sandbox.SimulationBase()).size();
     std::printf("replaying in a second process (%s=2):\n", kModeProperty);
-    const int replayStatus = RunReplayProcess(options, sandbox);
-
-    ZOLPSI psi;
-    const float cpu = psi.GetPsiCpuSomeAvg10();
-    const float memory = psi.GetPsiMemSomeAvg10();
-    const float io = psi.GetPsiIoSomeAvg10();
-    ZOL_LOGI("[AlgoWrapper] %s:%d %s() pressure: cpu %.2f memory %.2f io %.2f", ZOL_FILE, __LINE__,
-             "main", static_cast<double>(cpu), static_cast<double>(memory),
-             static_cast<double>(io));
+    outcome.replayStatus = RunReplayProcess(options, sandbox);
+    outcome.pressure = ReadPressure();
     FlushOfflineLog();
-
-    std::vector<std::string> newLogs;
-    for (const std::string& name : sandbox.List(sandbox.OfflineLogDir())) {
-        bool old = false;
-        for (const std::string& before : logsBefore) {
-            old = old || before == name;
-        }
-        if (!old) {
-            newLogs.push_back(name);
-        }
-    }
-
-    std::printf("\nsummary\n");
-    std::printf("  frames           %u saved, %u replayed: %s\n", options.frames, options.frames,
-                replayStatus == 0               ? "every output identical"
-                : replayStatus == kExitMismatch ? "OUTPUTS DIFFER"
-                                                : "REPLAY FAILED");
-    std::printf("  timings (save)   scene %.1f ms, save %.1f ms, algorithm %.1f ms per frame\n",
-                totals.prepareMs / options.frames, totals.simulationMs / options.frames,
-                totals.algorithmMs / options.frames);
-    std::printf("  pressure         cpu %.2f%%  memory %.2f%%  io %.2f%%  (some avg10%s)\n",
-                static_cast<double>(cpu), static_cast<double>(memory), static_cast<double>(io),
-                access("/proc/pressure/cpu", R_OK) == 0 ? "" : "; no /proc/pressure here");
-    std::printf("  simulation       %s (%zu save folders)\n", sandbox.SimulationBase().c_str(),
-                saves);
-    std::printf("  outputs          %s (output_*: first run, replay_*: second run)\n",
-                sandbox.OutputDir().c_str());
-    std::printf("  offline log      %s", sandbox.OfflineLogDir().c_str());
-    for (const std::string& name : newLogs) {
-        std::printf("%s%s", &name == &newLogs.front() ? "\n                     " : ", ",
-                    name.c_str());
-    }
-    const char* root = sandbox.root().c_str();
-    const std::string zoltools = ZoltoolsCommand();
-    std::printf("\n  PNGs             %s inspect %s --png %s/png\n", zoltools.c_str(), root, root);
-    std::printf("  merged log       %s log %s\n", zoltools.c_str(), root);
-    return replayStatus;
+    outcome.newLogs = NewNames(sandbox.List(sandbox.OfflineLogDir()), logsBefore);
+    PrintSummary(options, sandbox, outcome);
+    return outcome.replayStatus;
 }

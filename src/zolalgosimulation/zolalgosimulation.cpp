@@ -151,6 +151,78 @@ bool ReadRegularFrame(ZOLImageBuffer* buffer, const char* path) {
     return true;
 }
 
+// How the caller described each record: a record still exactly as the last replay left it
+// (`replayed`) is taken for one the caller reused, described as it was before that replay
+// (`describedBefore`); any other record the caller has described (again) itself.
+std::vector<ZOLImageBuffer> CallerDescriptions(const std::vector<ZOLImageBuffer>& buffers,
+                                               const std::vector<ZOLImageBuffer>& replayed,
+                                               const std::vector<ZOLImageBuffer>& describedBefore) {
+    std::vector<ZOLImageBuffer> described = buffers;
+    for (ZOLImageBuffer& record : described) {
+        for (size_t i = 0; i < replayed.size(); ++i) {
+            if (SameRecord(record, replayed[i])) {
+                record = describedBefore[i];
+                break;
+            }
+        }
+    }
+    return described;
+}
+
+// The names in `folder` that do not start with '.', in directory order. False when it cannot be
+// opened as a directory.
+bool ListFolder(const char* folder, std::vector<std::string>& files) {
+    UniqueDir dir(opendir(folder));
+    if (!dir) {
+        return false;
+    }
+    while (const dirent* entry = readdir(dir.get())) {
+        if (entry->d_name[0] != '.') {
+            files.emplace_back(entry->d_name);
+        }
+    }
+    return true;
+}
+
+// Reads the `files` of a replayed `folder`, in their order, into the request records, the frames
+// and the database of the caller, who `described` the records before this replay.
+void ReadSavedFiles(ZOLAlgoSimulation& simulation, const char* folder,
+                    const std::vector<std::string>& files,
+                    const std::vector<ZOLImageBuffer>& described,
+                    std::vector<ZOLImageBuffer>& buffers, ZOLDatabaseBaseStruct* database,
+                    unsigned int databaseSize) {
+    // What each record's planes may take, fixed before the request file overwrites them.
+    std::vector<PlaneBounds> allowed;
+    for (size_t i = 0; i < buffers.size(); ++i) {
+        allowed.push_back(AllowedSpans(described[i], buffers[i]));
+    }
+    for (const std::string& file : files) {
+        const char* name = file.c_str();
+        char path[zol::algosim::kFilePathBytes];
+        snprintf(path, sizeof(path), "%s%s", folder, name);
+        ZOL_LOGD("[algorithm simulation]: read data directory: %s, file name: %s", path, name);
+
+        const int frame = FrameIndexOf(name);
+        bool read = true;
+        if (strstr(name, "requestInfo") != nullptr) {
+            simulation.readRequestBuffer(buffers, path);
+        } else if (frame >= 0) {
+            // Not read: frames the caller's vector or planes cannot take, and files that are
+            // not regular files.
+            const size_t slot = static_cast<size_t>(frame);
+            read = slot < buffers.size() && FrameReadFits(buffers[slot], allowed[slot]) &&
+                   ReadRegularFrame(&buffers[slot], path);
+        } else if (strstr(name, "database") != nullptr) {
+            simulation.readDatabase(database, databaseSize, path);
+        } else {
+            read = false;
+        }
+        if (!read) {
+            ZOL_LOGD("[algorithm simulation]: read data don't exit.");
+        }
+    }
+}
+
 }  // namespace
 
 ZOLAlgoSimulation::ZOLAlgoSimulation() : m_algoFolderNamesIndex(0) {}
@@ -235,18 +307,8 @@ bool ZOLAlgoSimulation::saveSimulationInfo(std::vector<ZOLImageBuffer>& buffers,
 bool ZOLAlgoSimulation::readSimulationInfo(std::vector<ZOLImageBuffer>& buffers,
                                            ZOLDatabaseBaseStruct* database,
                                            unsigned int databaseSize) {
-    // How the caller described each record: a record still exactly as the last replay left it
-    // is taken for one the caller reused, described as it was before that replay; any other
-    // record the caller has described (again) itself.
-    std::vector<ZOLImageBuffer> described = buffers;
-    for (ZOLImageBuffer& record : described) {
-        for (size_t i = 0; i < m_replayedRecords.size(); ++i) {
-            if (SameRecord(record, m_replayedRecords[i])) {
-                record = m_describedRecords[i];
-                break;
-            }
-        }
-    }
+    const std::vector<ZOLImageBuffer> described =
+        CallerDescriptions(buffers, m_replayedRecords, m_describedRecords);
     m_describedRecords = described;
     m_replayedRecords = buffers;
 
@@ -272,52 +334,14 @@ bool ZOLAlgoSimulation::readSimulationInfo(std::vector<ZOLImageBuffer>& buffers,
     ZOL_LOGD("[algorithm simulation]: %s", folder);
 
     std::vector<std::string> files;
-    {
-        UniqueDir dir(opendir(folder));
-        if (!dir) {
-            // A stray file, a dangling or looping link: skipped, so that the folders after it
-            // are replayed in turn.
-            ZOL_LOGD("[algorithm simulation]: Current directory don't exit!");
-            AdvanceFolderIndex();
-            return false;
-        }
-        while (const dirent* entry = readdir(dir.get())) {
-            if (entry->d_name[0] != '.') {
-                files.emplace_back(entry->d_name);
-            }
-        }
+    if (!ListFolder(folder, files)) {
+        // A stray file, a dangling or looping link: skipped, so that the folders after it are
+        // replayed in turn.
+        ZOL_LOGD("[algorithm simulation]: Current directory don't exit!");
+        AdvanceFolderIndex();
+        return false;
     }
-
-    // What each record's planes may take, fixed before the request file overwrites them.
-    std::vector<PlaneBounds> allowed;
-    for (size_t i = 0; i < buffers.size(); ++i) {
-        allowed.push_back(AllowedSpans(described[i], buffers[i]));
-    }
-    for (const std::string& file : files) {
-        const char* name = file.c_str();
-        char path[zol::algosim::kFilePathBytes];
-        snprintf(path, sizeof(path), "%s%s", folder, name);
-        ZOL_LOGD("[algorithm simulation]: read data directory: %s, file name: %s", path, name);
-
-        const int frame = FrameIndexOf(name);
-        bool read = true;
-        if (strstr(name, "requestInfo") != nullptr) {
-            readRequestBuffer(buffers, path);
-        } else if (frame >= 0) {
-            // Not read: frames the caller's vector or planes cannot take, and files that are
-            // not regular files.
-            const size_t slot = static_cast<size_t>(frame);
-            read = slot < buffers.size() && FrameReadFits(buffers[slot], allowed[slot]) &&
-                   ReadRegularFrame(&buffers[slot], path);
-        } else if (strstr(name, "database") != nullptr) {
-            readDatabase(database, databaseSize, path);
-        } else {
-            read = false;
-        }
-        if (!read) {
-            ZOL_LOGD("[algorithm simulation]: read data don't exit.");
-        }
-    }
+    ReadSavedFiles(*this, folder, files, described, buffers, database, databaseSize);
     m_replayedRecords = buffers;
     AdvanceFolderIndex();
     return true;

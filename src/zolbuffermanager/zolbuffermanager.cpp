@@ -10,6 +10,12 @@
 #include "zoltoolsdef.h"
 #include "zoltoolsdef/internal/zolfatal.h"
 
+// A line of a manager: "[<manager>] <file>:<line> <function>() <message>", the function named as
+// engineers' tools know it.
+#define ZOL_MANAGER_LOG(level, function, fmt, ...)                                       \
+    ZOL_LOG##level("[%s] %s:%d %s() " fmt, m_name.c_str(), ZOL_FILE, __LINE__, function, \
+                   ##__VA_ARGS__)
+
 namespace {
 
 constexpr unsigned kMaxPlanes = 4;
@@ -44,13 +50,25 @@ std::string StatsName(const std::string& name) {
     return cleaned;
 }
 
-// The refusal of an address this manager cannot give back: never handed out by it, or taken
-// back by the pool in the meantime.
-void LogNotAllocatedHere(const std::string& name, const void* pBuffer) {
-    ZOL_LOGW(
-        "[%s] %s:%d %s() Free buffer failed, this buffer not alloced by this buffer manager, "
-        "pBuf: %p, buffer manager name: %s",
-        name.c_str(), ZOL_FILE, __LINE__, "FreeBuffer", pBuffer, name.c_str());
+// Describes the planes just allocated in `image`: their addresses, and for DMA their
+// descriptors; every other plane field cleared. False, with only the plane count set and the
+// planes cleared, for a type that has no such description.
+bool SetPlanes(ZOLImageBuffer& image, unsigned planeCount, void* const* address, const int* fd,
+               ZOLBufferType type) {
+    image.numberOfPlanes = planeCount;
+    for (unsigned i = 0; i < kMaxPlanes; ++i) {
+        image.Addr[i] = nullptr;
+        image.fd[i] = 0;
+    }
+    image.pNativeHandle = nullptr;
+    if (type != ZOL_BUFFER_TYPE_HEAP && type != ZOL_BUFFER_TYPE_DMA) {
+        return false;
+    }
+    for (unsigned i = 0; i < planeCount; ++i) {
+        image.Addr[i] = address[i];
+        image.fd[i] = type == ZOL_BUFFER_TYPE_DMA ? fd[i] : 0;
+    }
+    return true;
 }
 
 }  // namespace
@@ -81,16 +99,13 @@ ZOLBufferManager::~ZOLBufferManager() {
     Unregister(this);
     ZOLMutexLocker lock(m_lock);
     if (!m_allocatedBuffers.empty()) {
-        ZOL_LOGW(
-            "[%s] %s:%d %s() %d buffer not free when buffer manager destory, release them "
-            "forcibly",
-            m_name.c_str(), ZOL_FILE, __LINE__, "~ZOLBufferManager",
-            static_cast<int>(m_allocatedBuffers.size()));
+        ZOL_MANAGER_LOG(W, "~ZOLBufferManager",
+                        "%d buffer not free when buffer manager destory, release them forcibly",
+                        static_cast<int>(m_allocatedBuffers.size()));
         for (const auto& [pBuffer, allocated] : m_allocatedBuffers) {
             // A block the pool took back meanwhile is not returned again.
             m_bufferPool.PutLeasedBuffer(pBuffer, allocated.lease);
-            ZOL_LOGW("[%s] %s:%d %s()   release buffer forcibly: %p", m_name.c_str(), ZOL_FILE,
-                     __LINE__, "~ZOLBufferManager", pBuffer);
+            ZOL_MANAGER_LOG(W, "~ZOLBufferManager", "  release buffer forcibly: %p", pBuffer);
         }
         m_allocatedBuffers.clear();
         m_busyBytes = 0;
@@ -147,8 +162,7 @@ void ZOLBufferPool::LogStats() {
 
 bool ZOLBufferManager::AllocBuffer(unsigned size, void** ppBuffer, int& fd, ZOLBufferType type) {
     if (size == 0 || ppBuffer == nullptr) {
-        ZOL_LOGW("[%s] %s:%d %s() Alloc buffer invaild args", m_name.c_str(), ZOL_FILE, __LINE__,
-                 "AllocBuffer");
+        ZOL_MANAGER_LOG(W, "AllocBuffer", "Alloc buffer invaild args");
         return false;
     }
     *ppBuffer = nullptr;
@@ -158,8 +172,7 @@ bool ZOLBufferManager::AllocBuffer(unsigned size, void** ppBuffer, int& fd, ZOLB
     uint64_t lease = 0;
     void* pBuffer = m_bufferPool.GetLeasedBuffer(size, localFd, type, &lease);
     if (pBuffer == nullptr) {
-        ZOL_LOGE("[%s] %s:%d %s() Alloc buffer failed, get buffer from pool is NULL!",
-                 m_name.c_str(), ZOL_FILE, __LINE__, "AllocBuffer");
+        ZOL_MANAGER_LOG(E, "AllocBuffer", "Alloc buffer failed, get buffer from pool is NULL!");
         return false;
     }
     {
@@ -171,31 +184,28 @@ bool ZOLBufferManager::AllocBuffer(unsigned size, void** ppBuffer, int& fd, ZOLB
             m_busyBytes -= inserted.first->second.size;
             m_busyBytes += size;
             inserted.first->second = Allocated{lease, size};
-            ZOL_LOGE("[%s] %s:%d %s() Get repetitive buffer from buffer pool: %p", m_name.c_str(),
-                     ZOL_FILE, __LINE__, "AllocBuffer", pBuffer);
+            ZOL_MANAGER_LOG(E, "AllocBuffer", "Get repetitive buffer from buffer pool: %p",
+                            pBuffer);
             return false;
         }
         m_busyBytes += size;
     }
     *ppBuffer = pBuffer;
     fd = localFd;
-    ZOL_LOGD("[%s] %s:%d %s() Alloc buffer success, get buffer from pool: %p", m_name.c_str(),
-             ZOL_FILE, __LINE__, "AllocBuffer", pBuffer);
+    ZOL_MANAGER_LOG(D, "AllocBuffer", "Alloc buffer success, get buffer from pool: %p", pBuffer);
     return true;
 }
 
 bool ZOLBufferManager::AllocBuffer(ZOLImageBuffer& image, ZOLBufferType type) {
     if (image.width == 0 || image.height == 0 || image.planeStride == 0 || image.sliceHeight == 0) {
-        ZOL_LOGE("[%s] %s:%d %s() Alloc buffer fail, invalid size args", m_name.c_str(), ZOL_FILE,
-                 __LINE__, "AllocBuffer");
+        ZOL_MANAGER_LOG(E, "AllocBuffer", "Alloc buffer fail, invalid size args");
         return false;
     }
     unsigned planeCount = 0;
     unsigned sizes[kMaxPlanes] = {};
     GetImgBufferSize(image, planeCount, sizes, kMaxPlanes);
     if (planeCount == 0) {
-        ZOL_LOGE("[%s] %s:%d %s() Alloc buffer fail, get buffer size fail", m_name.c_str(),
-                 ZOL_FILE, __LINE__, "AllocBuffer");
+        ZOL_MANAGER_LOG(E, "AllocBuffer", "Alloc buffer fail, get buffer size fail");
         return false;
     }
 
@@ -205,11 +215,9 @@ bool ZOLBufferManager::AllocBuffer(ZOLImageBuffer& image, ZOLBufferType type) {
         const unsigned plane = zol::CheckedIndex(i, kMaxPlanes);
         if (!AllocBuffer(sizes[plane], &address[plane], fd[plane], type) ||
             address[plane] == nullptr) {
-            ZOL_LOGE(
-                "[%s] %s:%d %s() Alloc buffer fail, can not alloc new buf: size: %u, type: "
-                "%d",
-                m_name.c_str(), ZOL_FILE, __LINE__, "AllocBuffer", sizes[plane],
-                static_cast<int>(type));
+            ZOL_MANAGER_LOG(E, "AllocBuffer",
+                            "Alloc buffer fail, can not alloc new buf: size: %u, type: %d",
+                            sizes[plane], static_cast<int>(type));
             // The clean-up frees the failing plane's own (null) slot, once per plane tried; the
             // planes obtained so far stay with this manager until freed or destroyed.
             for (unsigned attempt = 0; attempt <= plane; ++attempt) {
@@ -219,51 +227,43 @@ bool ZOLBufferManager::AllocBuffer(ZOLImageBuffer& image, ZOLBufferType type) {
         }
     }
 
-    image.numberOfPlanes = planeCount;
-    for (unsigned i = 0; i < kMaxPlanes; ++i) {
-        image.Addr[i] = nullptr;
-        image.fd[i] = 0;
-    }
-    image.pNativeHandle = nullptr;
-    if (type == ZOL_BUFFER_TYPE_HEAP) {
-        for (unsigned i = 0; i < planeCount; ++i) {
-            image.Addr[i] = address[i];
-        }
-    } else if (type == ZOL_BUFFER_TYPE_DMA) {
-        for (unsigned i = 0; i < planeCount; ++i) {
-            image.Addr[i] = address[i];
-            image.fd[i] = fd[i];
-        }
-    } else {
-        ZOL_LOGE("[%s] %s:%d %s() Alloc buffer fail, unsupport type: %d", m_name.c_str(), ZOL_FILE,
-                 __LINE__, "AllocBuffer", static_cast<int>(type));
+    if (!SetPlanes(image, planeCount, address, fd, type)) {
+        ZOL_MANAGER_LOG(E, "AllocBuffer", "Alloc buffer fail, unsupport type: %d",
+                        static_cast<int>(type));
         return false;
     }
-    ZOL_LOGD(
-        "[%s] %s:%d %s() Alloc buffer success: type: %d, format: %d, width: %u, height: %u, "
-        "planeStride: %u, sliceHeight: %u, numberOfPlanes: %u, Addr0: %p, Addr1: %p, Addr2: "
-        "%p, Addr3: %p, pNativeHandle: %p, fd0: %d, fd1: %d, fd2: %d, fd3: %d",
-        m_name.c_str(), ZOL_FILE, __LINE__, "AllocBuffer", static_cast<int>(type),
-        static_cast<int>(image.format), image.width, image.height, image.planeStride,
-        image.sliceHeight, image.numberOfPlanes, image.Addr[0], image.Addr[1], image.Addr[2],
-        image.Addr[3], image.pNativeHandle, image.fd[0], image.fd[1], image.fd[2], image.fd[3]);
+    ZOL_MANAGER_LOG(D, "AllocBuffer",
+                    "Alloc buffer success: type: %d, format: %d, width: %u, height: %u, "
+                    "planeStride: %u, sliceHeight: %u, numberOfPlanes: %u, Addr0: %p, Addr1: %p, "
+                    "Addr2: %p, Addr3: %p, pNativeHandle: %p, fd0: %d, fd1: %d, fd2: %d, fd3: %d",
+                    static_cast<int>(type), static_cast<int>(image.format), image.width,
+                    image.height, image.planeStride, image.sliceHeight, image.numberOfPlanes,
+                    image.Addr[0], image.Addr[1], image.Addr[2], image.Addr[3], image.pNativeHandle,
+                    image.fd[0], image.fd[1], image.fd[2], image.fd[3]);
     return true;
 }
 
 bool ZOLBufferManager::FreeBuffer(const void* pBuffer) {
     if (pBuffer == nullptr) {
-        ZOL_LOGW("[%s] %s:%d %s() Free buffer is NULL!", m_name.c_str(), ZOL_FILE, __LINE__,
-                 "FreeBuffer");
+        ZOL_MANAGER_LOG(W, "FreeBuffer", "Free buffer is NULL!");
         return false;
     }
+    // The refusal of an address this manager cannot give back: never handed out by it, or taken
+    // back by the pool in the meantime.
+    auto refuse = [this, pBuffer] {
+        ZOL_MANAGER_LOG(W, "FreeBuffer",
+                        "Free buffer failed, this buffer not alloced by this buffer manager, pBuf: "
+                        "%p, buffer manager name: %s",
+                        pBuffer, m_name.c_str());
+        return false;
+    };
     void* key = const_cast<void*>(pBuffer);
     uint64_t lease = 0;
     {
         ZOLMutexLocker lock(m_lock);
         auto found = m_allocatedBuffers.find(key);
         if (found == m_allocatedBuffers.end()) {
-            LogNotAllocatedHere(m_name, pBuffer);
-            return false;
+            return refuse();
         }
         lease = found->second.lease;
         m_busyBytes -= found->second.size;
@@ -272,11 +272,9 @@ bool ZOLBufferManager::FreeBuffer(const void* pBuffer) {
     // The pool may have taken the block back (its last client left): then it is no longer
     // this manager's to return, and may already be released or someone else's.
     if (!m_bufferPool.PutLeasedBuffer(key, lease)) {
-        LogNotAllocatedHere(m_name, pBuffer);
-        return false;
+        return refuse();
     }
-    ZOL_LOGD("[%s] %s:%d %s() Free buffer: %p", m_name.c_str(), ZOL_FILE, __LINE__, "FreeBuffer",
-             pBuffer);
+    ZOL_MANAGER_LOG(D, "FreeBuffer", "Free buffer: %p", pBuffer);
     return true;
 }
 
@@ -291,8 +289,8 @@ void ZOLBufferManager::GetImgBufferSize(const ZOLImageBuffer& image, unsigned& p
                                         unsigned* planeSizes, unsigned maxPlanes) {
     if (image.format != ZOL_IMAGE_FORMAT_YUV420SP &&
         image.format != ZOL_IMAGE_FORMAT_YUV420SP_ALT) {
-        ZOL_LOGD("[%s] %s:%d %s() Get img buffer size fail, unsupport format: %d", m_name.c_str(),
-                 ZOL_FILE, __LINE__, "GetImgBufferSize", static_cast<int>(image.format));
+        ZOL_MANAGER_LOG(D, "GetImgBufferSize", "Get img buffer size fail, unsupport format: %d",
+                        static_cast<int>(image.format));
         return;
     }
     planeCount = 2;
@@ -312,15 +310,14 @@ void ZOLBufferManager::GetImgBufferSize(const ZOLImageBuffer& image, unsigned& p
 
 bool ZOLBufferManager::StartCPUSync(int fd, CPUSyncType type) {
     const int ret = m_bufferPool.GetAllocator()->StartCPUSync(fd, type);
-    ZOL_LOGD("[%s] %s:%d %s() Start CPU Sync Buffer, fd: %d, sync type: %d, result: %d",
-             m_name.c_str(), ZOL_FILE, __LINE__, "StartCPUSync", fd, static_cast<int>(type), ret);
+    ZOL_MANAGER_LOG(D, "StartCPUSync", "Start CPU Sync Buffer, fd: %d, sync type: %d, result: %d",
+                    fd, static_cast<int>(type), ret);
     return ret == 0;
 }
 
 bool ZOLBufferManager::EndCPUSync(int fd) {
     const int ret = m_bufferPool.GetAllocator()->EndCPUSync(fd);
-    ZOL_LOGD("[%s] %s:%d %s() End CPU Sync Buffer, fd: %d, result: %d", m_name.c_str(), ZOL_FILE,
-             __LINE__, "EndCPUSync", fd, ret);
+    ZOL_MANAGER_LOG(D, "EndCPUSync", "End CPU Sync Buffer, fd: %d, result: %d", fd, ret);
     return ret == 0;
 }
 

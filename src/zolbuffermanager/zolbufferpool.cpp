@@ -14,6 +14,13 @@
 #include "zoltoolsdef.h"
 #include "zoltoolsdef/internal/zolfatal.h"
 
+// A line of a pool client: "[BufferPool-<client>] <file>:<line> <function>() <message>". The
+// function is the public call the line belongs to, named as engineers' tools know it, which is
+// not always the member that writes the line.
+#define ZOL_POOL_LOG(level, function, fmt, ...)                                                 \
+    ZOL_LOG##level("[BufferPool-%s] %s:%d %s() " fmt, m_clientName.c_str(), ZOL_FILE, __LINE__, \
+                   function, ##__VA_ARGS__)
+
 namespace {
 
 constexpr unsigned kBufferTypeCount = 2;
@@ -184,9 +191,7 @@ ZOLBufferPool::~ZOLBufferPool() {
         return;  // what this client took stays busy: nothing is tracked per client
     }
 
-    const char* name = m_clientName.c_str();
-    ZOL_LOGD("[BufferPool-%s] %s:%d %s() All client disconnect, release buffer in pool", name,
-             ZOL_FILE, __LINE__, "~ZOLBufferPool");
+    ZOL_POOL_LOG(D, "~ZOLBufferPool", "All client disconnect, release buffer in pool");
 
     // Every line names the first busy block and index 0, and only that block is given back (the
     // first put returns it, the later ones find it gone): the rest stay busy.
@@ -195,18 +200,14 @@ ZOLBufferPool::~ZOLBufferPool() {
         ZOLMutexLocker busyLock(m_busyBufferListLock);
         const unsigned busyCount = static_cast<unsigned>(m_busyBufferList.size());
         if (busyCount > 0) {
-            ZOL_LOGW(
-                "[BufferPool-%s] %s:%d %s() All client disconnect, but there are %u busy "
-                "buffer in list:",
-                name, ZOL_FILE, __LINE__, "~ZOLBufferPool", busyCount);
+            ZOL_POOL_LOG(W, "~ZOLBufferPool",
+                         "All client disconnect, but there are %u busy buffer in list:", busyCount);
             const ZOLBufferPoolBufferInfo& first = m_busyBufferList.begin()->second;
             for (unsigned i = 0; i < busyCount; ++i) {
                 busyBuffers.push_back(first.pBuffer);
-                ZOL_LOGW(
-                    "[BufferPool-%s] %s:%d %s()    busy buffer[%u]: pBuf: %p, size: %u, fd, "
-                    "%d, type: %d",
-                    name, ZOL_FILE, __LINE__, "~ZOLBufferPool", 0u, first.pBuffer, first.size,
-                    first.fd, static_cast<int>(first.type));
+                ZOL_POOL_LOG(W, "~ZOLBufferPool",
+                             "   busy buffer[%u]: pBuf: %p, size: %u, fd, %d, type: %d", 0u,
+                             first.pBuffer, first.size, first.fd, static_cast<int>(first.type));
             }
         }
     }
@@ -220,11 +221,9 @@ ZOLBufferPool::~ZOLBufferPool() {
             for (const ZOLBufferPoolBufferInfo& info : sizeAndQueue.second) {
                 ReleaseBuffer(info);
                 CountRelease(info);
-                ZOL_LOGD(
-                    "[BufferPool-%s] %s:%d %s() Buffer released: pBuf: %p, size: %u, fd: "
-                    "%d, type: %d",
-                    name, ZOL_FILE, __LINE__, "~ZOLBufferPool", info.pBuffer, info.size, info.fd,
-                    static_cast<int>(info.type));
+                ZOL_POOL_LOG(D, "~ZOLBufferPool",
+                             "Buffer released: pBuf: %p, size: %u, fd: %d, type: %d", info.pBuffer,
+                             info.size, info.fd, static_cast<int>(info.type));
             }
         }
         freeList.clear();
@@ -243,8 +242,7 @@ void* ZOLBufferPool::GetBufferFromPool(unsigned size, int& fd, ZOLBufferType typ
 void* ZOLBufferPool::GetLeasedBuffer(unsigned size, int& fd, ZOLBufferType type, uint64_t* lease) {
     // Seen unsigned, a negative type is "2 or more" too.
     if (size == 0 || static_cast<uint32_t>(type) >= kBufferTypeCount) {
-        ZOL_LOGE("[BufferPool-%s] %s:%d %s() Invalid args, get buffer failed!",
-                 m_clientName.c_str(), ZOL_FILE, __LINE__, "GetBufferFromPool");
+        ZOL_POOL_LOG(E, "GetBufferFromPool", "Invalid args, get buffer failed!");
         fd = 0;
         return nullptr;
     }
@@ -280,28 +278,22 @@ void* ZOLBufferPool::GetLeasedBuffer(unsigned size, int& fd, ZOLBufferType type,
             *lease = lists.lastLease;
         }
     }
-    ZOL_LOGD(
-        "[BufferPool-%s] %s:%d %s() Get buffer type: %d, size: %u, pBuf: %p. Free buf num "
-        "this size: %u",
-        m_clientName.c_str(), ZOL_FILE, __LINE__, "GetBufferFromPool", static_cast<int>(type), size,
-        info.pBuffer, freeLeft);
+    ZOL_POOL_LOG(D, "GetBufferFromPool",
+                 "Get buffer type: %d, size: %u, pBuf: %p. Free buf num this size: %u",
+                 static_cast<int>(type), size, info.pBuffer, freeLeft);
     fd = info.fd;
     return info.pBuffer;
 }
 
 void ZOLBufferPool::PutBufferToPool(void* pBuffer) {
-    const char* name = m_clientName.c_str();
     if (pBuffer == nullptr) {
-        ZOL_LOGW("[BufferPool-%s] %s:%d %s() Put NULL buffer to pool!", name, ZOL_FILE, __LINE__,
-                 "PutBufferToPool");
+        ZOL_POOL_LOG(W, "PutBufferToPool", "Put NULL buffer to pool!");
         return;
     }
-    ZOL_LOGV("[BufferPool-%s] %s:%d %s() Put buffer to pool: %p", name, ZOL_FILE, __LINE__,
-             "PutBufferToPool", pBuffer);
+    ZOL_POOL_LOG(V, "PutBufferToPool", "Put buffer to pool: %p", pBuffer);
     ZOLBufferPoolBufferInfo info;
     if (!TakeBusy(pBuffer, nullptr, &info)) {
-        ZOL_LOGW("[BufferPool-%s] %s:%d %s() Wrong buffer pointer: %p", name, ZOL_FILE, __LINE__,
-                 "PutBufferToPool", pBuffer);
+        ZOL_POOL_LOG(W, "PutBufferToPool", "Wrong buffer pointer: %p", pBuffer);
         return;
     }
     ReturnToFreeList(info);
@@ -312,14 +304,12 @@ bool ZOLBufferPool::PutLeasedBuffer(void* pBuffer, uint64_t lease) {
     if (!TakeBusy(pBuffer, &lease, &info)) {
         return false;
     }
-    ZOL_LOGV("[BufferPool-%s] %s:%d %s() Put buffer to pool: %p", m_clientName.c_str(), ZOL_FILE,
-             __LINE__, "PutBufferToPool", pBuffer);
+    ZOL_POOL_LOG(V, "PutBufferToPool", "Put buffer to pool: %p", pBuffer);
     ReturnToFreeList(info);
     return true;
 }
 
 void ZOLBufferPool::ReturnToFreeList(const ZOLBufferPoolBufferInfo& info) {
-    const char* name = m_clientName.c_str();
     // Named before it can be seen in the free list: once there, another client may take it.
     NameBlock(info, kFreeBlockName);
     ZOLMutexLocker freeLock(m_freeBufferListLock);
@@ -327,28 +317,24 @@ void ZOLBufferPool::ReturnToFreeList(const ZOLBufferPoolBufferInfo& info) {
     auto& freeList = FreeListOf(info.type);
     auto found = freeList.find(info.size);
     if (found == freeList.end()) {
-        ZOL_LOGE(
-            "[BufferPool-%s] %s:%d %s() Wrong buffer size when put buffer to pool, pBuf: %p, "
-            "size: %u, fd: %d, type: %d, release it!",
-            name, ZOL_FILE, __LINE__, "PutBufferToPool", info.pBuffer, info.size, info.fd,
-            static_cast<int>(info.type));
+        ZOL_POOL_LOG(E, "PutBufferToPool",
+                     "Wrong buffer size when put buffer to pool, pBuf: %p, size: %u, fd: %d, type: "
+                     "%d, release it!",
+                     info.pBuffer, info.size, info.fd, static_cast<int>(info.type));
         ReleaseBuffer(info);
         CountRelease(info);
     } else if (found->second.size() >= kMaxFreeBuffersPerSize) {
-        ZOL_LOGD(
-            "[BufferPool-%s] %s:%d %s() Buffer num this size is more than threshold, release "
-            "buffer, pBuf: %p, size: %u, fd: %d, type: %d, ",
-            name, ZOL_FILE, __LINE__, "PutBufferToPool", info.pBuffer, info.size, info.fd,
-            static_cast<int>(info.type));
+        ZOL_POOL_LOG(D, "PutBufferToPool",
+                     "Buffer num this size is more than threshold, release buffer, pBuf: %p, size: "
+                     "%u, fd: %d, type: %d, ",
+                     info.pBuffer, info.size, info.fd, static_cast<int>(info.type));
         ReleaseBuffer(info);
         CountRelease(info);
     } else {
         found->second.push_back(info);
-        ZOL_LOGD(
-            "[BufferPool-%s] %s:%d %s() Put buffer to pool success: pBuf: %p, size: %u, fd: "
-            "%d, type: %d",
-            name, ZOL_FILE, __LINE__, "PutBufferToPool", info.pBuffer, info.size, info.fd,
-            static_cast<int>(info.type));
+        ZOL_POOL_LOG(D, "PutBufferToPool",
+                     "Put buffer to pool success: pBuf: %p, size: %u, fd: %d, type: %d",
+                     info.pBuffer, info.size, info.fd, static_cast<int>(info.type));
     }
 }
 
@@ -357,28 +343,24 @@ void* ZOLBufferPool::AllocBuffer(unsigned size, ZOLBufferType type) {
     if (type == ZOL_BUFFER_TYPE_DMA) {
         char* pBuffer = nullptr;
         if (m_allocator.AllocDMABuffer(size, &pBuffer, info.fd) != 0 || pBuffer == nullptr) {
-            ZOL_LOGE("[BufferPool-%s] %s:%d %s() Alloc buffer failed! Type: %d, size: %u",
-                     m_clientName.c_str(), ZOL_FILE, __LINE__, "AllocBuffer",
-                     static_cast<int>(type), size);
+            ZOL_POOL_LOG(E, "AllocBuffer", "Alloc buffer failed! Type: %d, size: %u",
+                         static_cast<int>(type), size);
             return nullptr;
         }
         info.pBuffer = pBuffer;
     } else if (type == ZOL_BUFFER_TYPE_HEAP) {
         info.pBuffer = malloc(size);
         if (info.pBuffer == nullptr) {
-            ZOL_LOGE("[BufferPool-%s] %s:%d %s() Alloc buffer failed! Type: %d, size: %u",
-                     m_clientName.c_str(), ZOL_FILE, __LINE__, "AllocBuffer",
-                     static_cast<int>(type), size);
+            ZOL_POOL_LOG(E, "AllocBuffer", "Alloc buffer failed! Type: %d, size: %u",
+                         static_cast<int>(type), size);
             return nullptr;
         }
     } else {
-        ZOL_LOGE("[BufferPool-%s] %s:%d %s() Unsupport alloc buffer type: %d!",
-                 m_clientName.c_str(), ZOL_FILE, __LINE__, "AllocBuffer", static_cast<int>(type));
+        ZOL_POOL_LOG(E, "AllocBuffer", "Unsupport alloc buffer type: %d!", static_cast<int>(type));
         return nullptr;
     }
-    ZOL_LOGD("[BufferPool-%s] %s:%d %s() Alloc buffer success: type: %d, size: %u, pBuf: %p",
-             m_clientName.c_str(), ZOL_FILE, __LINE__, "AllocBuffer", static_cast<int>(type), size,
-             info.pBuffer);
+    ZOL_POOL_LOG(D, "AllocBuffer", "Alloc buffer success: type: %d, size: %u, pBuf: %p",
+                 static_cast<int>(type), size, info.pBuffer);
     NameBlock(info, kFreeBlockName);
     FreeListOf(type)[size].push_back(info);
     PoolLists& lists = g_lists.value;
@@ -390,8 +372,7 @@ void* ZOLBufferPool::AllocBuffer(unsigned size, ZOLBufferType type) {
 
 void ZOLBufferPool::ReleaseBuffer(ZOLBufferPoolBufferInfo info) {
     if (info.type == ZOL_BUFFER_TYPE_DMA) {
-        ZOL_LOGI("[BufferPool-%s] %s:%d %s() Release buffer: %p", m_clientName.c_str(), ZOL_FILE,
-                 __LINE__, "ReleaseBuffer", info.pBuffer);
+        ZOL_POOL_LOG(I, "ReleaseBuffer", "Release buffer: %p", info.pBuffer);
         if (info.pBuffer != nullptr) {
             munmap(info.pBuffer, info.size);
         }
@@ -399,13 +380,11 @@ void ZOLBufferPool::ReleaseBuffer(ZOLBufferPoolBufferInfo info) {
             close(info.fd);
         }
     } else if (info.type == ZOL_BUFFER_TYPE_HEAP) {
-        ZOL_LOGI("[BufferPool-%s] %s:%d %s() Release buffer: %p", m_clientName.c_str(), ZOL_FILE,
-                 __LINE__, "ReleaseBuffer", info.pBuffer);
+        ZOL_POOL_LOG(I, "ReleaseBuffer", "Release buffer: %p", info.pBuffer);
         free(info.pBuffer);
     } else {
-        ZOL_LOGE("[BufferPool-%s] %s:%d %s() Unsupport release buffer type: %d!",
-                 m_clientName.c_str(), ZOL_FILE, __LINE__, "ReleaseBuffer",
-                 static_cast<int>(info.type));
+        ZOL_POOL_LOG(E, "ReleaseBuffer", "Unsupport release buffer type: %d!",
+                     static_cast<int>(info.type));
     }
 }
 

@@ -66,6 +66,37 @@ bool DecideEnable() {
     return property >= 1;
 }
 
+// `count` run records of `task`, each with its own copy of `pointer` as argument (malloc'ed: the
+// pool frees the argument of a record it has run or dropped). Empty when memory runs out, with
+// nothing left allocated.
+template <typename T>
+std::list<ZOLThreadPoolTask> PointerRecords(T* pointer, uint32_t count,
+                                            void (*task)(void*, uint32_t)) {
+    std::list<ZOLThreadPoolTask> records;
+    for (uint32_t i = 0; i < count; ++i) {
+        void* arg = std::malloc(sizeof(pointer));
+        bool built = arg != nullptr;
+        if (built) {
+            std::memcpy(arg, &pointer, sizeof(pointer));
+            try {
+                records.push_back(
+                    {ZOLThreadPool::kCmdRun, task, arg, static_cast<uint32_t>(sizeof(pointer)), 0});
+            } catch (const std::bad_alloc&) {
+                std::free(arg);
+                built = false;
+            }
+        }
+        if (!built) {
+            for (ZOLThreadPoolTask& record : records) {
+                std::free(record.arg);
+            }
+            records.clear();
+            break;
+        }
+    }
+    return records;
+}
+
 }  // namespace
 
 // Built on first use, after the library's static initialisers have run (none of them logs), so
@@ -331,26 +362,8 @@ bool ZOLOfflineLog::WaitForQueuedLines() {
     if (drain == nullptr) {
         return false;
     }
-    std::list<ZOLThreadPoolTask> records;
-    bool built = true;
-    for (uint32_t i = 0; i < count && built; ++i) {
-        void* arg = std::malloc(sizeof(drain));
-        built = arg != nullptr;
-        if (built) {
-            std::memcpy(arg, &drain, sizeof(drain));
-            try {
-                records.push_back({ZOLThreadPool::kCmdRun, &ZOLOfflineLog::DrainTask, arg,
-                                   static_cast<uint32_t>(sizeof(drain)), 0});
-            } catch (const std::bad_alloc&) {
-                std::free(arg);
-                built = false;
-            }
-        }
-    }
-    if (!built) {
-        for (ZOLThreadPoolTask& record : records) {
-            std::free(record.arg);
-        }
+    std::list<ZOLThreadPoolTask> records = PointerRecords(drain, count, &ZOLOfflineLog::DrainTask);
+    if (records.empty()) {
         delete drain;
         return false;
     }

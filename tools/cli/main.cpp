@@ -51,70 +51,70 @@ constexpr char kRenderingHelp[] =
     "rows reading their chroma half a chroma row further on) instead of the standard full-range "
     "BT.601 of a camera's NV21";
 
-}  // namespace
-
-int main(int argc, char** argv) {
-    // The commands report every failure themselves, naming the file; the library's own log
-    // lines (which go to stderr on a host) would only repeat them.
-    ZOLToolsLogLevel = 0;
-
-    CLI::App app{
-        "zoltools: inspect simulation folders, convert raw frames, merge offline logs, "
-        "report on a whole device dump, read pressure-stall averages"};
-    app.require_subcommand(1);
-    app.set_version_flag("--version", "zoltools 1.0");
-
+// What the command line fills in, read by the callback of the command it names. It outlives
+// the parser, which holds references into it.
+struct CommandLine {
     zoltool::Streams io;
-    io.progress = zoltool::Progress::StderrIsTerminal();
     int status = zoltool::kExitOk;
-
     zoltool::InspectOptions inspect;
+    bool inspectAsLibrary = false;
+    zoltool::ConvertOptions convert;
+    bool convertAsLibrary = false;
+    zoltool::LogOptions log;
+    std::string levels;  // log --level, checked when the command runs
+    zoltool::ReportOptions report;
+    zoltool::PsiOptions psi;
+};
+
+zoltool::RenderMode RenderModeOf(bool asLibrary) {
+    return asLibrary ? zoltool::RenderMode::kAsLibrary : zoltool::RenderMode::kStandard;
+}
+
+void AddInspect(CLI::App& app, CommandLine& line) {
     CLI::App* inspectCmd = app.add_subcommand(
         "inspect",
         "Show the request records, frame files (expected and actual size) and database "
         "of simulation save folders");
     inspectCmd
-        ->add_option("PATH", inspect.path,
+        ->add_option("PATH", line.inspect.path,
                      "A save folder (SimulationIntputInfo_...), the algosimulation folder holding "
                      "them, or a device root")
         ->required();
-    inspectCmd->add_option("--png", inspect.pngDir,
+    inspectCmd->add_option("--png", line.inspect.pngDir,
                            "Render every frame of format 0 or 1 to PNG under this directory "
                            "(one subdirectory per save folder)");
-    bool inspectAsLibrary = false;
-    inspectCmd->add_flag("--as-library", inspectAsLibrary, kRenderingHelp);
-    inspectCmd->callback([&] {
-        inspect.render =
-            inspectAsLibrary ? zoltool::RenderMode::kAsLibrary : zoltool::RenderMode::kStandard;
-        status = zoltool::RunInspect(inspect, io);
+    inspectCmd->add_flag("--as-library", line.inspectAsLibrary, kRenderingHelp);
+    inspectCmd->callback([&line] {
+        line.inspect.render = RenderModeOf(line.inspectAsLibrary);
+        line.status = zoltool::RunInspect(line.inspect, line.io);
     });
+}
 
-    zoltool::ConvertOptions convert;
+void AddConvert(CLI::App& app, CommandLine& line) {
     CLI::App* convertCmd = app.add_subcommand(
         "convert",
         "Convert a raw NV21 frame to PNG, or a PNG to a raw NV21 frame (the direction "
         "follows the input: a PNG file or not). The output's name must say what it holds: "
         "<name>.png, or a raw name whose WxH, if any, is the frame's");
-    convertCmd->add_option("INPUT", convert.input, "A raw NV21 frame or a PNG")->required();
-    convertCmd->add_option("OUTPUT", convert.output, "The PNG or raw NV21 file to write")
+    convertCmd->add_option("INPUT", line.convert.input, "A raw NV21 frame or a PNG")->required();
+    convertCmd->add_option("OUTPUT", line.convert.output, "The PNG or raw NV21 file to write")
         ->required();
-    convertCmd->add_option("--size", convert.size,
+    convertCmd->add_option("--size", line.convert.size,
                            "WIDTHxHEIGHT of a raw input, each 1 to 16384 (default: the WxH in its "
                            "file name)");
-    bool convertAsLibrary = false;
     convertCmd->add_flag(
-        "--as-library", convertAsLibrary,
+        "--as-library", line.convertAsLibrary,
         std::string(kRenderingHelp) +
             "; a PNG is encoded with rgba2yuv420sp (chroma of the top-left pixel "
             "of each 2x2 block) instead of full-range BT.601 with averaged chroma");
-    convertCmd->callback([&] {
-        convert.render =
-            convertAsLibrary ? zoltool::RenderMode::kAsLibrary : zoltool::RenderMode::kStandard;
-        status = zoltool::RunConvert(convert, io);
+    convertCmd->callback([&line] {
+        line.convert.render = RenderModeOf(line.convertAsLibrary);
+        line.status = zoltool::RunConvert(line.convert, line.io);
     });
+}
 
-    zoltool::LogOptions log;
-    std::string levels;
+void AddLog(CLI::App& app, CommandLine& line) {
+    zoltool::LogOptions& log = line.log;
     CLI::App* logCmd = app.add_subcommand(
         "log",
         "Merge the offline log files of a folder and print their lines in stamp order "
@@ -123,8 +123,8 @@ int main(int argc, char** argv) {
         ->add_option("PATH", log.path,
                      "The offline log folder, a device root, or one ZOLOfflineLog_... file")
         ->required();
-    CLI::Option* levelOption =
-        logCmd->add_option("--level", levels, "Only these levels, e.g. E,W or EWD (E W D I V)");
+    CLI::Option* levelOption = logCmd->add_option("--level", line.levels,
+                                                  "Only these levels, e.g. E,W or EWD (E W D I V)");
     logCmd->add_option("--pid", log.filter.pids, "Only lines of this process id (repeatable)");
     logCmd->add_option("--tid", log.filter.tids, "Only lines of this thread id (repeatable)");
     logCmd->add_option("--grep", log.filter.texts,
@@ -144,40 +144,43 @@ int main(int argc, char** argv) {
                    "bytes each manager holds")
         ->excludes(followOption)
         ->excludes("--trace");
-    logCmd->callback([&] {
+    logCmd->callback([&line, levelOption] {
         std::string error;
         if (levelOption->count() > 0 &&
-            !zoltool::ParseLevelList(levels, log.filter.levels, error)) {
+            !zoltool::ParseLevelList(line.levels, line.log.filter.levels, error)) {
             std::fprintf(stderr, "zoltools log: %s\n", error.c_str());
-            status = zoltool::kExitUsage;
+            line.status = zoltool::kExitUsage;
             return;
         }
-        log.stop = &g_stop;
-        if (log.follow) {
+        line.log.stop = &g_stop;
+        if (line.log.follow) {
             StopOnSignals();
         }
-        status = zoltool::RunLog(log, io);
+        line.status = zoltool::RunLog(line.log, line.io);
     });
+}
 
-    zoltool::ReportOptions report;
+void AddReport(CLI::App& app, CommandLine& line) {
     CLI::App* reportCmd = app.add_subcommand(
         "report",
         "Write one HTML page of a device dump: summary, timeline of the log's threads, errors "
         "and warnings with context, save folders with their frames, counts, problems");
     reportCmd
-        ->add_option("PATH", report.path,
+        ->add_option("PATH", line.report.path,
                      "A device root, the algosimulation folder or a save folder (the offline log "
                      "beside it is read too), or an offline log folder")
         ->required();
-    reportCmd->add_option("-o,--output", report.outDir, "Write index.html and its images here")
+    reportCmd->add_option("-o,--output", line.report.outDir, "Write index.html and its images here")
         ->required();
-    reportCmd->add_option("--from", report.from,
+    reportCmd->add_option("--from", line.report.from,
                           "Show only from this time: hh:mm:ss[.fff] (on the first line's day) "
                           "or MM-DD hh:mm:ss[.fff]");
-    reportCmd->add_option("--to", report.to, "Show only up to this time (same forms)");
-    reportCmd->callback([&] { status = zoltool::RunReport(report, io); });
+    reportCmd->add_option("--to", line.report.to, "Show only up to this time (same forms)");
+    reportCmd->callback([&line] { line.status = zoltool::RunReport(line.report, line.io); });
+}
 
-    zoltool::PsiOptions psi;
+void AddPsi(CLI::App& app, CommandLine& line) {
+    zoltool::PsiOptions& psi = line.psi;
     CLI::App* psiCmd = app.add_subcommand(
         "psi", "Print the ten-second \"some\" pressure-stall averages of CPU, memory and I/O");
     CLI::Option* intervalOption =
@@ -188,15 +191,36 @@ int main(int argc, char** argv) {
         "-n,--count", psi.count, "With --interval: stop after this many readings (1 or more)");
     psiCmd->add_option("--dir", psi.dir, "Read cpu, memory and io from this directory")
         ->capture_default_str();
-    psiCmd->callback([&] {
-        psi.stop = &g_stop;
-        psi.repeat = intervalOption->count() > 0;
-        psi.counted = countOption->count() > 0;
-        if (psi.repeat) {
+    psiCmd->callback([&line, intervalOption, countOption] {
+        line.psi.stop = &g_stop;
+        line.psi.repeat = intervalOption->count() > 0;
+        line.psi.counted = countOption->count() > 0;
+        if (line.psi.repeat) {
             StopOnSignals();
         }
-        status = zoltool::RunPsi(psi, io);
+        line.status = zoltool::RunPsi(line.psi, line.io);
     });
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    // The commands report every failure themselves, naming the file; the library's own log
+    // lines (which go to stderr on a host) would only repeat them.
+    ZOLToolsLogLevel = 0;
+
+    CommandLine line;
+    line.io.progress = zoltool::Progress::StderrIsTerminal();
+    CLI::App app{
+        "zoltools: inspect simulation folders, convert raw frames, merge offline logs, "
+        "report on a whole device dump, read pressure-stall averages"};
+    app.require_subcommand(1);
+    app.set_version_flag("--version", "zoltools 1.0");
+    AddInspect(app, line);
+    AddConvert(app, line);
+    AddLog(app, line);
+    AddReport(app, line);
+    AddPsi(app, line);
 
     if (argc > 1 && !IsKnownCommandOrOption(app, argv[1])) {
         return zoltool::kExitUsage;
@@ -216,5 +240,5 @@ int main(int argc, char** argv) {
         app.exit(e);
         return zoltool::kExitUsage;
     }
-    return status;
+    return line.status;
 }
