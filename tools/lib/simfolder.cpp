@@ -1,12 +1,12 @@
 #include "simfolder.h"
 
 #include <cstdio>
-#include <cstring>
 #include <map>
 #include <memory>
 
 #include "fileio.h"
 #include "rawimage.h"
+#include "zolbufferutil/zolplanegeometry.h"
 
 namespace zoltool {
 
@@ -14,41 +14,11 @@ namespace {
 
 // Larger than any sensor or stream a save could describe; a record beyond it is garbage.
 constexpr uint32_t kMaxPlausibleDimension = 65536;
-constexpr uint32_t kMaxFormatCode = 14;
-
-uint32_t LoadU32(const uint8_t* p) {
-    uint32_t v;
-    std::memcpy(&v, p, sizeof(v));
-    return v;
-}
-
-void StoreU32(std::vector<uint8_t>& out, uint32_t v) {
-    uint8_t bytes[4];
-    std::memcpy(bytes, &v, sizeof(v));
-    out.insert(out.end(), bytes, bytes + 4);
-}
+constexpr uint32_t kMaxFormatCode = zol::kRawFormatCount - 1;
 
 const char* kRequestInfoName = "requestInfo.bin";
 const char* kDatabaseName = "database.bin";
 const char* kSaveFolderPrefix = "SimulationIntputInfo_";
-
-}  // namespace
-
-namespace {
-
-RequestRecord DecodeRecord(const uint8_t* p) {
-    RequestRecord r;
-    r.format = LoadU32(p);
-    r.width = LoadU32(p + 4);
-    r.height = LoadU32(p + 8);
-    r.planeStride = LoadU32(p + 12);
-    r.sliceHeight = LoadU32(p + 16);
-    r.numberOfPlanes = LoadU32(p + 20);
-    for (int i = 0; i < 4; ++i) {
-        r.fd[i] = static_cast<int32_t>(LoadU32(p + 24 + 4 * i));
-    }
-    return r;
-}
 
 void CheckRecord(const RequestRecord& r, const std::string& where, Problems& problems) {
     if (r.format > kMaxFormatCode) {
@@ -99,7 +69,7 @@ bool ReadRequestInfo(const std::string& path, RequestInfo& info, std::string& er
     while ((got = std::fread(chunk, 1, sizeof(chunk), file.get())) > 0) {
         info.bytes += got;
         for (size_t off = 0; off + kRequestRecordBytes <= got; off += kRequestRecordBytes) {
-            const RequestRecord r = DecodeRecord(chunk + off);
+            const RequestRecord r = zol::algosim::DecodeRequestRecord(chunk + off);
             CheckRecord(r, path + ": record " + std::to_string(info.recordCount) + ": ",
                         info.problems);
             if (info.records.size() < RequestInfo::kKeptRecords) {
@@ -130,15 +100,9 @@ bool ReadRequestInfo(const std::string& path, RequestInfo& info, std::string& er
 std::vector<uint8_t> EncodeRequestInfo(const std::vector<RequestRecord>& records) {
     std::vector<uint8_t> out;
     for (const RequestRecord& r : records) {
-        StoreU32(out, r.format);
-        StoreU32(out, r.width);
-        StoreU32(out, r.height);
-        StoreU32(out, r.planeStride);
-        StoreU32(out, r.sliceHeight);
-        StoreU32(out, r.numberOfPlanes);
-        for (int32_t fd : r.fd) {
-            StoreU32(out, static_cast<uint32_t>(fd));
-        }
+        uint8_t bytes[kRequestRecordBytes];
+        zol::algosim::EncodeRequestRecord(r, bytes);
+        out.insert(out.end(), bytes, bytes + kRequestRecordBytes);
     }
     return out;
 }
