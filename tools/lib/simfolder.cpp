@@ -120,24 +120,22 @@ bool ParseFrameFileName(const std::string& name, uint32_t& width, uint32_t& heig
     return true;
 }
 
-FolderReport InspectSaveFolder(const std::string& path) {
-    FolderReport report;
-    report.path = path;
+namespace {
+
+// The folder's own name: the last part of `path`, trailing slashes aside.
+std::string FolderName(const std::string& path) {
     std::string trimmed = path;
     while (trimmed.size() > 1 && trimmed.back() == '/') {
         trimmed.pop_back();
     }
-    size_t slash = trimmed.rfind('/');
-    report.name = slash == std::string::npos ? trimmed : trimmed.substr(slash + 1);
+    const size_t slash = trimmed.rfind('/');
+    return slash == std::string::npos ? trimmed : trimmed.substr(slash + 1);
+}
 
-    std::vector<std::string> names;
-    std::string error;
-    if (!ListDirectory(path, names, error)) {
-        report.problems.Add(error);
-        return report;
-    }
-
+// requestInfo.bin and database.bin: the records, their count, and whether they can be trusted.
+void ReadRecordFiles(const std::string& path, FolderReport& report) {
     RequestInfo request;
+    std::string error;
     if (ReadRequestInfo(JoinPath(path, kRequestInfoName), request, error)) {
         report.requestInfoBytes = static_cast<int64_t>(request.bytes);
         report.records = std::move(request.records);
@@ -152,8 +150,12 @@ FolderReport InspectSaveFolder(const std::string& path) {
     if (report.databaseBytes < 0) {
         report.problems.Add(databasePath + ": " + WhyNotAFile(databasePath));
     }
+}
 
-    // Frame files found on disk, by index.
+// The frame files found on disk, by index; every other entry goes to report.otherFiles.
+std::map<int, FrameReport> FramesOnDisk(const std::string& path,
+                                        const std::vector<std::string>& names,
+                                        FolderReport& report) {
     std::map<int, FrameReport> byIndex;
     for (const std::string& name : names) {
         uint32_t w, h;
@@ -179,49 +181,69 @@ FolderReport InspectSaveFolder(const std::string& path) {
         }
         byIndex[index] = frame;
     }
-    // Every record expects its frame file, named from its own size and index. Records of a
-    // damaged request file say nothing about the frames.
-    const size_t checked = report.recordsTrusted ? report.records.size() : 0;
-    for (size_t i = 0; i < checked; ++i) {
-        const RequestRecord& r = report.records[i];
-        const int index = static_cast<int>(i);
-        char expectedName[96];
-        std::snprintf(expectedName, sizeof(expectedName), "inputFrameInfo_%ux%u_%d_.yuv", r.width,
-                      r.height, index);
-        FrameReport& frame = byIndex[index];
-        frame.hasRecord = true;
-        frame.format = r.format;
-        frame.expected = RawFrameBytes(r.format, r.width, r.height);
-        if (frame.index < 0) {
-            frame.index = index;
-            frame.fileName = expectedName;
-            frame.width = r.width;
-            frame.height = r.height;
-            frame.status = "missing";
-            report.problems.Add(JoinPath(path, expectedName) + ": missing");
-            continue;
-        }
-        const std::string framePath = JoinPath(path, frame.fileName);
-        if (frame.fileName != expectedName) {
-            frame.status = "name does not match record";
-            report.problems.Add(framePath + ": record " + std::to_string(i) + " describes " +
-                                std::to_string(r.width) + "x" + std::to_string(r.height) +
-                                ", so the file should be " + expectedName);
-        } else if (frame.actual < 0) {
-            frame.status = "not a file";
-            report.problems.Add(framePath + ": " + WhyNotAFile(framePath));
-        } else if (static_cast<uint64_t>(frame.actual) != frame.expected) {
-            frame.status = "size mismatch";
-            report.problems.Add(
-                framePath + ": " + Count(static_cast<uint64_t>(frame.actual), "byte") +
-                ", but record " + std::to_string(i) + " (format " + std::to_string(r.format) + " " +
-                FormatName(r.format) + ", " + std::to_string(r.width) + "x" +
-                std::to_string(r.height) + ") needs " + std::to_string(frame.expected));
-        } else {
-            frame.status = index < kReplayedFrames ? "ok" : "ok, not replayed (index 3 or more)";
-        }
+    return byIndex;
+}
+
+// Record `index` expects its frame file, named from its own size and index: `frame` is the
+// file found for that index (index -1 when there is none).
+void CheckRecordedFrame(const std::string& path, const RequestRecord& r, int index,
+                        FrameReport& frame, Problems& problems) {
+    char expectedName[96];
+    std::snprintf(expectedName, sizeof(expectedName), "inputFrameInfo_%ux%u_%d_.yuv", r.width,
+                  r.height, index);
+    frame.hasRecord = true;
+    frame.format = r.format;
+    frame.expected = RawFrameBytes(r.format, r.width, r.height);
+    if (frame.index < 0) {
+        frame.index = index;
+        frame.fileName = expectedName;
         frame.width = r.width;
         frame.height = r.height;
+        frame.status = "missing";
+        problems.Add(JoinPath(path, expectedName) + ": missing");
+        return;
+    }
+    const std::string framePath = JoinPath(path, frame.fileName);
+    const std::string record = "record " + std::to_string(index);
+    if (frame.fileName != expectedName) {
+        frame.status = "name does not match record";
+        problems.Add(framePath + ": " + record + " describes " + std::to_string(r.width) + "x" +
+                     std::to_string(r.height) + ", so the file should be " + expectedName);
+    } else if (frame.actual < 0) {
+        frame.status = "not a file";
+        problems.Add(framePath + ": " + WhyNotAFile(framePath));
+    } else if (static_cast<uint64_t>(frame.actual) != frame.expected) {
+        frame.status = "size mismatch";
+        problems.Add(framePath + ": " + Count(static_cast<uint64_t>(frame.actual), "byte") +
+                     ", but " + record + " (format " + std::to_string(r.format) + " " +
+                     FormatName(r.format) + ", " + std::to_string(r.width) + "x" +
+                     std::to_string(r.height) + ") needs " + std::to_string(frame.expected));
+    } else {
+        frame.status = index < kReplayedFrames ? "ok" : "ok, not replayed (index 3 or more)";
+    }
+    frame.width = r.width;
+    frame.height = r.height;
+}
+
+}  // namespace
+
+FolderReport InspectSaveFolder(const std::string& path) {
+    FolderReport report;
+    report.path = path;
+    report.name = FolderName(path);
+    std::vector<std::string> names;
+    std::string error;
+    if (!ListDirectory(path, names, error)) {
+        report.problems.Add(error);
+        return report;
+    }
+    ReadRecordFiles(path, report);
+    std::map<int, FrameReport> byIndex = FramesOnDisk(path, names, report);
+    // Records of a damaged request file say nothing about the frames.
+    const size_t checked = report.recordsTrusted ? report.records.size() : 0;
+    for (size_t i = 0; i < checked; ++i) {
+        const int index = static_cast<int>(i);
+        CheckRecordedFrame(path, report.records[i], index, byIndex[index], report.problems);
     }
     for (auto& [index, frame] : byIndex) {
         if (!frame.hasRecord && report.recordsTrusted) {
