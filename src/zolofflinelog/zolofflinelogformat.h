@@ -25,7 +25,9 @@ constexpr char kStampFormat[] = "%02d-%02d %02d:%02d:%02d:%09ld  %4d  %4d %c ZOL
 constexpr size_t kTimeLength = 24;  // "MM-DD hh:mm:ss:nnnnnnnnn"
 constexpr size_t kIdGap = 2;        // blanks at least before each id
 constexpr size_t kIdColumns = 4;    // an id's width at least
-constexpr char kMarker[] = " ZOL: ";
+// What follows the level letter, up to the message.
+constexpr std::string_view kMarker =
+    std::string_view(kStampFormat).substr(std::string_view(kStampFormat).rfind("%c") + 2);
 
 constexpr char kLevelLetters[] = "EWDIV";  // levels 1 to 5
 
@@ -35,8 +37,8 @@ constexpr char LevelLetter(int level) {
 }
 
 // "ZOLOfflineLog_YYYY-MM-DD--hh-mm-ss-uuuuuu.txt", named after the file's creation time.
-constexpr char kFileNamePrefix[] = "ZOLOfflineLog_";
 constexpr char kFileNameFormat[] = "ZOLOfflineLog_%04d-%02d-%02d--%02d-%02d-%02d-%06ld.txt";
+constexpr std::string_view kFileNamePrefix = std::string_view(kFileNameFormat).substr(0, 14);
 
 struct FileNameTime {
     int year = 0, month = 0, day = 0, hour = 0, minute = 0, second = 0;
@@ -47,9 +49,12 @@ struct FileNameTime {
 inline bool ParseFileName(const std::string& name, FileNameTime& out) {
     FileNameTime t;
     int consumed = 0;
-    if (std::sscanf(name.c_str(), "ZOLOfflineLog_%4d-%2d-%2d--%2d-%2d-%2d-%6ld.txt%n", &t.year,
-                    &t.month, &t.day, &t.hour, &t.minute, &t.second, &t.micros, &consumed) != 7 ||
-        static_cast<size_t>(consumed) != name.size() || t.month < 1 || t.month > 12) {
+    if (name.compare(0, kFileNamePrefix.size(), kFileNamePrefix) != 0 ||
+        std::sscanf(name.c_str() + kFileNamePrefix.size(), "%4d-%2d-%2d--%2d-%2d-%2d-%6ld.txt%n",
+                    &t.year, &t.month, &t.day, &t.hour, &t.minute, &t.second, &t.micros,
+                    &consumed) != 7 ||
+        kFileNamePrefix.size() + static_cast<size_t>(consumed) != name.size() || t.month < 1 ||
+        t.month > 12) {
         return false;
     }
     out = t;
@@ -136,7 +141,7 @@ inline StampFault ParseStamp(std::string_view text, int fileYear, int fileMonth,
     if (!detail::PaddedId(text, pos, pid) || !detail::PaddedId(text, pos, tid)) {
         return StampFault::kNoIds;
     }
-    constexpr size_t kMarkerLength = sizeof(kMarker) - 1;
+    constexpr size_t kMarkerLength = kMarker.size();
     if (pos + 2 + kMarkerLength > text.size() || text[pos] != ' ' ||
         std::string_view(kLevelLetters).find(text[pos + 1]) == std::string_view::npos ||
         text.compare(pos + 2, kMarkerLength, kMarker) != 0) {

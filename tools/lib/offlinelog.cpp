@@ -170,7 +170,8 @@ bool FindLogFiles(const std::string& path, std::vector<std::string>& files, std:
         }
     }
     if (files.empty()) {
-        error = folder + ": no offline log files (" + zol::offlinelog::kFileNamePrefix + "....txt)";
+        error = folder + ": no offline log files (" +
+                std::string(zol::offlinelog::kFileNamePrefix) + "....txt)";
         return false;
     }
     return true;
