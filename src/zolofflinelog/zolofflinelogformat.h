@@ -61,10 +61,16 @@ inline bool ParseFileName(const std::string& name, FileNameTime& out) {
     return true;
 }
 
-// A line's stamp, read back. The year is not in the line: it comes from the file's name.
-struct Stamp {
-    int year = 0, month = 0, day = 0, hour = 0, minute = 0, second = 0;
+// When a line was written. The year is not in the line: it comes from the file's name.
+struct StampTime {
+    int year = 0, month = 0, day = 0;
+    int hour = 0, minute = 0, second = 0;
     long nanos = 0;
+};
+
+// A line's stamp, read back.
+struct Stamp {
+    StampTime time;
     int pid = 0, tid = 0;
     char level = 'V';
     size_t messageAt = 0;  // where the message starts
@@ -147,13 +153,13 @@ inline StampFault ParseStamp(std::string_view text, int fileYear, int fileMonth,
         text.compare(pos + 2, kMarkerLength, kMarker) != 0) {
         return StampFault::kNoLevel;
     }
-    out.year = year;
-    out.month = static_cast<int>(month);
-    out.day = static_cast<int>(day);
-    out.hour = static_cast<int>(hour);
-    out.minute = static_cast<int>(minute);
-    out.second = static_cast<int>(second);
-    out.nanos = nanos;
+    out.time = {year,
+                static_cast<int>(month),
+                static_cast<int>(day),
+                static_cast<int>(hour),
+                static_cast<int>(minute),
+                static_cast<int>(second),
+                nanos};
     out.pid = pid;
     out.tid = tid;
     out.level = text[pos + 1];

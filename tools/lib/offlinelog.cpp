@@ -71,26 +71,21 @@ void Consume(std::string_view text, const std::string& file, size_t lineNumber, 
 
 bool ParseLogLine(std::string_view text, int fileYear, int fileMonth, LogLine& line,
                   std::string& reason) {
-    using zol::offlinelog::StampFault;
+    // By zol::offlinelog::StampFault.
+    static const char* const kFaults[] = {
+        "",
+        "no \"MM-DD hh:mm:ss:nnnnnnnnn\" stamp at the start",
+        "the stamp is not a valid date and time",
+        "no process and thread id after the time",
+        "no \"<level> ZOL: \" after the thread id",
+    };
     zol::offlinelog::Stamp stamp;
-    switch (zol::offlinelog::ParseStamp(text, fileYear, fileMonth, stamp)) {
-        case StampFault::kNone:
-            break;
-        case StampFault::kNoTime:
-            reason = "no \"MM-DD hh:mm:ss:nnnnnnnnn\" stamp at the start";
-            return false;
-        case StampFault::kNotADate:
-            reason = "the stamp is not a valid date and time";
-            return false;
-        case StampFault::kNoIds:
-            reason = "no process and thread id after the time";
-            return false;
-        case StampFault::kNoLevel:
-            reason = "no \"<level> ZOL: \" after the thread id";
-            return false;
+    const auto fault = zol::offlinelog::ParseStamp(text, fileYear, fileMonth, stamp);
+    if (fault != zol::offlinelog::StampFault::kNone) {
+        reason = kFaults[static_cast<int>(fault)];
+        return false;
     }
-    line.stamp = {stamp.year,   stamp.month,  stamp.day,  stamp.hour,
-                  stamp.minute, stamp.second, stamp.nanos};
+    line.stamp = stamp.time;
     line.pid = stamp.pid;
     line.tid = stamp.tid;
     line.level = stamp.level;
