@@ -12,7 +12,7 @@
 #include "poolstats.h"
 #include "text.h"
 #include "trace.h"
-#include "zolofflinelog/zolofflinelogformat.h"
+#include "zolofflinelog/internal/zolofflinelogformat.h"
 
 namespace zoltool {
 

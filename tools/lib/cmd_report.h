@@ -11,7 +11,7 @@
 
 #include "offlinelog.h"
 #include "simfolder.h"
-#include "zolofflinelog/zolofflinelogformat.h"
+#include "zolofflinelog/internal/zolofflinelogformat.h"
 
 namespace zoltool {
 

@@ -8,7 +8,7 @@
 
 #include "fileio.h"
 #include "text.h"
-#include "zolofflinelog/zolofflinelogformat.h"
+#include "zolofflinelog/internal/zolofflinelogformat.h"
 
 namespace zoltool {
 

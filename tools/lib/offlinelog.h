@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-#include "zolofflinelog/zolofflinelogformat.h"
+#include "zolofflinelog/internal/zolofflinelogformat.h"
 
 namespace zoltool {
 

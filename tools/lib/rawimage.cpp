@@ -12,7 +12,7 @@
 #include "fileio.h"
 #include "text.h"
 #include "zolbufferutil.h"
-#include "zolbufferutil/zolplanegeometry.h"
+#include "zolbufferutil/internal/zolplanegeometry.h"
 
 namespace zoltool {
 

@@ -6,7 +6,7 @@
 
 #include "fileio.h"
 #include "rawimage.h"
-#include "zolbufferutil/zolplanegeometry.h"
+#include "zolbufferutil/internal/zolplanegeometry.h"
 
 namespace zoltool {
 

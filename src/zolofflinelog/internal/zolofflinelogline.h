@@ -8,7 +8,7 @@
 #include <ctime>
 #include <string>
 
-#include "zolofflinelog/zolofflinelogformat.h"
+#include "zolofflinelog/internal/zolofflinelogformat.h"
 
 namespace zol {
 namespace offlinelog {
