@@ -30,9 +30,9 @@ constexpr size_t kRecordPlanes = 20;
 constexpr size_t kRecordFd = 24;  // fd[i] at kRecordFd + 4 * i
 constexpr size_t kRequestRecordBytes = 40;
 
-// The record was first written as items: format, width and height as one 12-byte item, then
-// eight 4-byte ones. A read counts the items it completed (8 for a whole record), and the
-// replay logs that count.
+// A record counts as items: format, width and height as one 12-byte item, then seven 4-byte
+// ones. A read counts the items it completed (8 for a whole record), and the replay logs that
+// count.
 constexpr unsigned kRecordItems = 8;
 constexpr unsigned CompleteItems(size_t bytes) {
     return bytes < kRecordPlaneStride ? 0

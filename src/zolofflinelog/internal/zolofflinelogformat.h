@@ -38,7 +38,8 @@ constexpr char LevelLetter(int level) {
 
 // "ZOLOfflineLog_YYYY-MM-DD--hh-mm-ss-uuuuuu.txt", named after the file's creation time.
 constexpr char kFileNameFormat[] = "ZOLOfflineLog_%04d-%02d-%02d--%02d-%02d-%02d-%06ld.txt";
-constexpr std::string_view kFileNamePrefix = std::string_view(kFileNameFormat).substr(0, 14);
+constexpr std::string_view kFileNamePrefix =
+    std::string_view(kFileNameFormat).substr(0, std::string_view(kFileNameFormat).find('%'));
 
 struct FileNameTime {
     int year = 0, month = 0, day = 0, hour = 0, minute = 0, second = 0;
