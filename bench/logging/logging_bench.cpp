@@ -242,7 +242,7 @@ void BM_PartStamp(benchmark::State& state) {
         clock_gettime(CLOCK_REALTIME, &now);
         char stamp[zol::offlinelog::kStampSize];
         benchmark::DoNotOptimize(zol::offlinelog::FormatStamp(
-            stamp, now, zol::offlinelog::ProcessId(), zol::offlinelog::ThreadId(), "D"));
+            stamp, now, zol::offlinelog::ProcessId(), zol::offlinelog::ThreadId(), 'D'));
     }
 }
 BENCHMARK(BM_PartStamp);

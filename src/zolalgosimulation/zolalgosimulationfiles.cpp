@@ -1,5 +1,5 @@
-// The two record files of a save folder: requestInfo.bin (40 bytes per image record) and
-// database.bin (the caller's block, byte for byte).
+// The two record files of a save folder: requestInfo.bin (one 40-byte record per image, laid
+// out in zolrequestrecord.h) and database.bin (the caller's block, byte for byte).
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -10,40 +10,39 @@
 
 #include "zolalgosimulation.h"
 #include "zolalgosimulation/internal/zolalgosimulationinternal.h"
+#include "zolalgosimulation/internal/zolrequestrecord.h"
 #include "zoltoolsdef.h"
 
 using zol::algosim::UniqueFile;
 
 namespace {
 
-// The items of one 40-byte record, in file order: format, width and height as one 12-byte
-// item; planeStride, sliceHeight and numberOfPlanes as 4-byte items; fd0..fd3 as 4-byte items.
-// The file's layout is this fixed sequence, whatever the record struct's padding.
-struct RecordItems {
-    uint32_t size3[3];
-    uint32_t planeStride;
-    uint32_t sliceHeight;
-    uint32_t numberOfPlanes;
-    int32_t fd[4];
-};
+using zol::algosim::kRequestRecordBytes;
+using zol::algosim::RequestRecord;
 
-RecordItems ItemsOf(const ZOLImageBuffer& b) {
-    return {{b.format, b.width, b.height},
-            b.planeStride,
-            b.sliceHeight,
-            b.numberOfPlanes,
-            {b.fd[0], b.fd[1], b.fd[2], b.fd[3]}};
+RequestRecord RecordOf(const ZOLImageBuffer& b) {
+    RequestRecord r;
+    r.format = b.format;
+    r.width = b.width;
+    r.height = b.height;
+    r.planeStride = b.planeStride;
+    r.sliceHeight = b.sliceHeight;
+    r.numberOfPlanes = b.numberOfPlanes;
+    for (int i = 0; i < 4; ++i) {
+        r.fd[i] = b.fd[i];
+    }
+    return r;
 }
 
-void StoreItems(const RecordItems& items, ZOLImageBuffer* b) {
-    b->format = items.size3[0];
-    b->width = items.size3[1];
-    b->height = items.size3[2];
-    b->planeStride = items.planeStride;
-    b->sliceHeight = items.sliceHeight;
-    b->numberOfPlanes = items.numberOfPlanes;
+void StoreRecord(const RequestRecord& r, ZOLImageBuffer* b) {
+    b->format = r.format;
+    b->width = r.width;
+    b->height = r.height;
+    b->planeStride = r.planeStride;
+    b->sliceHeight = r.sliceHeight;
+    b->numberOfPlanes = r.numberOfPlanes;
     for (int i = 0; i < 4; ++i) {
-        b->fd[i] = items.fd[i];
+        b->fd[i] = r.fd[i];
     }
 }
 
@@ -75,15 +74,10 @@ bool ZOLAlgoSimulation::writerRequestBuffer(std::vector<ZOLImageBuffer>& buffers
         return false;
     }
     for (const ZOLImageBuffer& buffer : buffers) {
-        const RecordItems items = ItemsOf(buffer);
+        uint8_t bytes[kRequestRecordBytes];
+        zol::algosim::EncodeRequestRecord(RecordOf(buffer), bytes);
         // Write errors are not checked: a short file shows up as short records when read.
-        fwrite(items.size3, sizeof(items.size3), 1, file.get());
-        fwrite(&items.planeStride, sizeof(items.planeStride), 1, file.get());
-        fwrite(&items.sliceHeight, sizeof(items.sliceHeight), 1, file.get());
-        fwrite(&items.numberOfPlanes, sizeof(items.numberOfPlanes), 1, file.get());
-        for (const int32_t& fd : items.fd) {
-            fwrite(&fd, sizeof(fd), 1, file.get());
-        }
+        fwrite(bytes, sizeof(bytes), 1, file.get());
     }
     return true;
 }
@@ -95,23 +89,14 @@ bool ZOLAlgoSimulation::readRequestBuffer(std::vector<ZOLImageBuffer>& buffers, 
         return false;
     }
     for (ZOLImageBuffer& buffer : buffers) {
-        // Read over the record's current values, so that an item the file cannot complete
-        // leaves what it did not reach as it was.
-        RecordItems items = ItemsOf(buffer);
-        // One fread per item, of one element: the count is of the items read (0 or 1 each).
-        const auto readItem = [&file](void* item, size_t bytes) {
-            return static_cast<unsigned>(fread(item, bytes, 1, file.get()));
-        };
-        unsigned count = 0;
-        count += readItem(items.size3, sizeof(items.size3));
-        count += readItem(&items.planeStride, sizeof(items.planeStride));
-        count += readItem(&items.sliceHeight, sizeof(items.sliceHeight));
-        count += readItem(&items.numberOfPlanes, sizeof(items.numberOfPlanes));
-        for (int32_t& fd : items.fd) {
-            count += readItem(&fd, sizeof(fd));
-        }
-        StoreItems(items, &buffer);
-        ZOL_LOGD("[algorithm simulation]: read RequestBuffer size = %u.", count);
+        // Read over the record's current bytes, so that what a short file does not reach stays
+        // as it was; only the items the file completes are counted.
+        uint8_t bytes[kRequestRecordBytes];
+        zol::algosim::EncodeRequestRecord(RecordOf(buffer), bytes);
+        const size_t got = fread(bytes, 1, sizeof(bytes), file.get());
+        StoreRecord(zol::algosim::DecodeRequestRecord(bytes), &buffer);
+        ZOL_LOGD("[algorithm simulation]: read RequestBuffer size = %u.",
+                 zol::algosim::CompleteItems(got));
     }
     return true;
 }

@@ -24,43 +24,18 @@ bool RowBytes(uint32_t width, uint32_t num, uint32_t den, int* out) {
 
 bool TryGetRawFileGeometry(const ZOLImageBuffer& buffer, RawFileAccess access,
                            RawFileGeometry* out) {
-    const bool read = access == RawFileAccess::kRead;
-    const uint32_t format = buffer.format;
-    // Bytes per pixel (as a fraction) of plane 0, and whether there is a half-height plane 1.
-    uint32_t num = 0;
-    uint32_t den = 1;
-    bool twoPlanes = false;
-    if (format == 0 || format == 1) {
-        num = 1;
-        twoPlanes = true;
-    } else if (format == 3) {
-        num = 12;
-        den = 8;
-    } else if (format == 4 && !read) {
-        num = 14;
-        den = 8;
-    } else if (format == 5 || (format >= 8 && format <= 14 && !read)) {
-        num = 2;
-    } else if (format == 6) {
-        num = 2;
-        twoPlanes = true;
-    } else if (format == 7) {
-        num = 1;
-    }
-
+    const RawFormat f = RawFormatOf(buffer.format);
     RawFileGeometry g;
-    if (num != 0) {
+    if (f.planes > 0 && (f.readBack || access == RawFileAccess::kDump)) {
         int rowBytes = 0;
-        if (!RowBytes(buffer.width, num, den, &rowBytes)) {
+        if (!RowBytes(buffer.width, f.num, f.den, &rowBytes)) {
             return false;
         }
         g.supported = true;
-        g.rowBytes[0] = rowBytes;
-        g.rows[0] = static_cast<int>(buffer.height);
-        // Plane 1 has half the rows, and only from two rows up.
-        if (twoPlanes && buffer.height >= 2) {
-            g.rowBytes[1] = rowBytes;
-            g.rows[1] = static_cast<int>(buffer.height / 2);
+        for (int plane = 0; plane < 2; ++plane) {
+            const uint32_t rows = RawPlaneRows(f, plane, buffer.height);
+            g.rowBytes[plane] = plane == 0 || rows > 0 ? rowBytes : 0;
+            g.rows[plane] = static_cast<int>(rows);
         }
     }
     *out = g;

@@ -52,21 +52,6 @@ pid_t ThreadId() {
     return t_tid;
 }
 
-const char* LevelLetter(int level) {
-    switch (level) {
-        case 1:
-            return "E";
-        case 2:
-            return "W";
-        case 3:
-            return "D";
-        case 4:
-            return "I";
-        default:
-            return "V";
-    }
-}
-
 void LocalTime(time_t seconds, struct tm* out) {
     // Trivial types only, so the per-thread cache needs no constructor or destructor.
     thread_local bool cached = false;
@@ -83,14 +68,12 @@ void LocalTime(time_t seconds, struct tm* out) {
     *out = cachedTm;
 }
 
-size_t FormatStamp(char* out, const struct timespec& now, pid_t pid, pid_t tid,
-                   const char* letter) {
+size_t FormatStamp(char* out, const struct timespec& now, pid_t pid, pid_t tid, char letter) {
     struct tm local;
     LocalTime(now.tv_sec, &local);
-    const int n = std::snprintf(
-        out, kStampSize, "%02d-%02d %02d:%02d:%02d:%09ld  %4d  %4d %s ZOL: ", local.tm_mon + 1,
-        local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec, static_cast<long>(now.tv_nsec),
-        pid, tid, letter);
+    const int n =
+        std::snprintf(out, kStampSize, kStampFormat, local.tm_mon + 1, local.tm_mday, local.tm_hour,
+                      local.tm_min, local.tm_sec, static_cast<long>(now.tv_nsec), pid, tid, letter);
     if (n < 0) {
         out[0] = '\0';
         return 0;
@@ -99,7 +82,7 @@ size_t FormatStamp(char* out, const struct timespec& now, pid_t pid, pid_t tid,
 }
 
 void ComposeLine(char* block, const char* stamp, size_t stampLen, const char* msg) {
-    constexpr size_t kRoom = kLineBlockSize - 1;  // the last byte stays zero
+    constexpr size_t kRoom = kLongestLine;
     size_t len = stampLen < kRoom ? stampLen : kRoom;
     std::memcpy(block, stamp, len);
     const size_t msgLen = strnlen(msg, kRoom - len);
@@ -115,13 +98,11 @@ std::string NewLogFilePath() {
     gettimeofday(&now, nullptr);
     struct tm local;
     LocalTime(now.tv_sec, &local);
-    char name[256];
-    std::snprintf(name, sizeof(name),
-                  "/data/vendor/camera/offlinelog/"
-                  "ZOLOfflineLog_%04d-%02d-%02d--%02d-%02d-%02d-%06ld.txt",
-                  local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour,
-                  local.tm_min, local.tm_sec, static_cast<long>(now.tv_usec));
-    return zol::DevicePath(name);
+    char name[64];
+    std::snprintf(name, sizeof(name), kFileNameFormat, local.tm_year + 1900, local.tm_mon + 1,
+                  local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec,
+                  static_cast<long>(now.tv_usec));
+    return zol::DevicePath(("/data/vendor/camera/offlinelog/" + std::string(name)).c_str());
 }
 
 }  // namespace offlinelog

@@ -237,6 +237,39 @@ TEST(AlgoSimulation, ReplayReadsEachFileByItsName) {
     }
 }
 
+// A request file that ends inside a record: the bytes it holds are read over the record, the
+// rest stays, and the log counts the items completed (format, width and height are one item).
+TEST(AlgoSimulation, AShortRequestFileFillsWhatItReaches) {
+    SimRoot root;
+    const int32_t file[10] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10};
+    constexpr int64_t U = 0xFFFFFFFF;  // an unsigned field the file does not reach
+    const struct {
+        size_t bytes;
+        unsigned items;
+        std::vector<int64_t> fields;
+    } rows[] = {
+        {0, 0, {U, U, U, U, U, U, -1, -1, -1, -1}},
+        {11, 0, {1, 2, 0xFF000003, U, U, U, -1, -1, -1, -1}},
+        {12, 1, {1, 2, 3, U, U, U, -1, -1, -1, -1}},
+        {30, 5, {1, 2, 3, 4, 5, 6, 7, -65528, -1, -1}},
+        {40, 8, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10}},
+    };
+    for (const auto& row : rows) {
+        std::string path =
+            root.WriteFile("r.bin", std::string(reinterpret_cast<const char*>(file), row.bytes));
+        std::vector<ZOLImageBuffer> buffers(1);
+        ZOLImageBuffer& b = buffers[0];
+        b.format = b.width = b.height = b.planeStride = b.sliceHeight = b.numberOfPlanes = ~0u;
+        std::fill(std::begin(b.fd), std::end(b.fd), -1);
+        zoltest::LogCapture log;
+        ASSERT_TRUE(ZOLAlgoSimulation().readRequestBuffer(buffers, &path[0]));
+        EXPECT_EQ(row.fields, Fields(b)) << row.bytes;
+        EXPECT_EQ(1u,
+                  log.Count(kSay + "read RequestBuffer size = " + std::to_string(row.items) + "."))
+            << row.bytes;
+    }
+}
+
 // Records that would make a frame's read reach past the caller's planes skip the frame. The
 // records are listed before the frame, so the frame is read with them.
 TEST(AlgoSimulation, ReplayedRecordsNeverTakeAFrameReadPastThePlanes) {

@@ -98,11 +98,9 @@ TEST(OfflineLog, LinesCarryLevelLocalTimeAndIds) {
     }
     // One file, named after the time the first line made it.
     ASSERT_EQ(1u, root.Files().size());
-    int f[6];
-    long micros;
-    ASSERT_EQ(7, sscanf(root.Files()[0].c_str(), "ZOLOfflineLog_%4d-%2d-%2d--%2d-%2d-%2d-%6ld.txt",
-                        &f[0], &f[1], &f[2], &f[3], &f[4], &f[5], &micros));
-    const time_t made = Seconds(f[0], f[1], f[2], f[3], f[4], f[5]);
+    zol::offlinelog::FileNameTime f;
+    ASSERT_TRUE(zol::offlinelog::ParseFileName(root.Files()[0], f)) << root.Files()[0];
+    const time_t made = Seconds(f.year, f.month, f.day, f.hour, f.minute, f.second);
     EXPECT_TRUE(before <= made && made <= after) << root.Files()[0];
     // A thread keeps the last second it broke down; another second is broken down anew.
     for (const time_t t : {before + 61, before + 61, before, before + 3600}) {

@@ -12,6 +12,7 @@
 #include "poolstats.h"
 #include "text.h"
 #include "trace.h"
+#include "zolofflinelog/internal/zolofflinelogformat.h"
 
 namespace zoltool {
 
@@ -122,7 +123,7 @@ bool ParseLevelList(const std::string& text, std::string& levels, std::string& e
             continue;
         }
         char upper = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-        if (std::string("EWDIV").find(upper) == std::string::npos) {
+        if (std::string(zol::offlinelog::kLevelLetters).find(upper) == std::string::npos) {
             error = "--level " + text + ": '" + std::string(1, c) +
                     "' is not a level (E, W, D, I or V)";
             return false;

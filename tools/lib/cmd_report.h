@@ -11,6 +11,7 @@
 
 #include "offlinelog.h"
 #include "simfolder.h"
+#include "zolofflinelog/internal/zolofflinelogformat.h"
 
 namespace zoltool {
 
@@ -23,7 +24,7 @@ constexpr size_t kMaxThumbnails = 48;       // frames rendered; the others are n
 constexpr size_t kMaxFolderSections = 100;  // save folders shown in full; the others by name
 constexpr size_t kMaxTableRows = 16;        // records, frames, entries shown per save folder
 constexpr size_t kMaxListedProblems = 500;
-constexpr size_t kMaxShownLineBytes = 2047;  // what the library itself keeps of a line
+constexpr size_t kMaxShownLineBytes = zol::offlinelog::kLongestLine;  // what the library keeps
 
 // What became of one frame file of a save folder.
 struct ReportImage {

@@ -20,7 +20,7 @@ namespace zoltool {
 
 namespace {
 
-constexpr char kLevels[] = "EWDIV";  // the library's order: E 1, W 2, D 3, I 4, V 5
+constexpr auto& kLevels = zol::offlinelog::kLevelLetters;  // E 1, W 2, D 3, I 4, V 5
 constexpr int64_t kSecond = 1000000000;
 
 const char* LevelName(char level) {

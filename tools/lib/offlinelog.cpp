@@ -8,46 +8,12 @@
 
 #include "fileio.h"
 #include "text.h"
+#include "zolofflinelog/internal/zolofflinelogformat.h"
 
 namespace zoltool {
 
 namespace {
 
-bool Digits(std::string_view s, size_t pos, size_t count, long& value) {
-    if (pos + count > s.size()) {
-        return false;
-    }
-    long v = 0;
-    for (size_t i = pos; i < pos + count; ++i) {
-        if (s[i] < '0' || s[i] > '9') {
-            return false;
-        }
-        v = v * 10 + (s[i] - '0');
-    }
-    value = v;
-    return true;
-}
-
-// "  %4d": at least two blanks, then the number right-aligned in four or more columns.
-bool PaddedNumber(std::string_view s, size_t& pos, int& value) {
-    size_t start = pos;
-    while (pos < s.size() && s[pos] == ' ') {
-        ++pos;
-    }
-    size_t digitsStart = pos;
-    long v = 0;
-    while (pos < s.size() && s[pos] >= '0' && s[pos] <= '9' && pos - digitsStart < 10) {
-        v = v * 10 + (s[pos] - '0');
-        ++pos;
-    }
-    if (digitsStart - start < 2 || pos == digitsStart || pos - start < 6 || v > INT32_MAX) {
-        return false;
-    }
-    value = static_cast<int>(v);
-    return true;
-}
-
-constexpr char kFilePrefix[] = "ZOLOfflineLog_";
 constexpr char kLogFolder[] = "data/vendor/camera/offlinelog";
 
 std::string BaseName(const std::string& path) {
@@ -55,10 +21,10 @@ std::string BaseName(const std::string& path) {
     return slash == std::string::npos ? path : path.substr(slash + 1);
 }
 
-// The writer cuts a line to 2,047 characters, and a cut line has lost its newline: the next
-// line follows it directly in the file. Where a stamp starts right at the cut, the text is two
-// lines.
-constexpr size_t kCutLineLength = 2047;
+// The writer cuts a line to kLongestLine characters, and a cut line has lost its newline: the
+// next line follows it directly in the file. Where a stamp starts right at the cut, the text is
+// two lines.
+constexpr size_t kCutLineLength = zol::offlinelog::kLongestLine;
 
 // A "line" that has gone on this long without a newline is not waited for any longer: it is
 // taken in pieces of this size (whole cut lengths, so a run of cut lines still splits right).
@@ -101,68 +67,40 @@ void Consume(std::string_view text, const std::string& file, size_t lineNumber, 
     }
 }
 
-bool IsLeapYear(int year) {
-    return year % 4 == 0 && (year % 100 != 0 || year % 400 == 0);
-}
-
 }  // namespace
 
 bool ParseLogLine(std::string_view text, int fileYear, int fileMonth, LogLine& line,
                   std::string& reason) {
-    long month, day, hour, minute, second, nanos;
-    if (!Digits(text, 0, 2, month) || text.size() < 24 || text[2] != '-' ||
-        !Digits(text, 3, 2, day) || text[5] != ' ' || !Digits(text, 6, 2, hour) || text[8] != ':' ||
-        !Digits(text, 9, 2, minute) || text[11] != ':' || !Digits(text, 12, 2, second) ||
-        text[14] != ':' || !Digits(text, 15, 9, nanos)) {
-        reason = "no \"MM-DD hh:mm:ss:nnnnnnnnn\" stamp at the start";
+    // By zol::offlinelog::StampFault.
+    static const char* const kFaults[] = {
+        "",
+        "no \"MM-DD hh:mm:ss:nnnnnnnnn\" stamp at the start",
+        "the stamp is not a valid date and time",
+        "no process and thread id after the time",
+        "no \"<level> ZOL: \" after the thread id",
+    };
+    zol::offlinelog::Stamp stamp;
+    const auto fault = zol::offlinelog::ParseStamp(text, fileYear, fileMonth, stamp);
+    if (fault != zol::offlinelog::StampFault::kNone) {
+        reason = kFaults[static_cast<int>(fault)];
         return false;
     }
-    static const int kDays[13] = {0, 31, 29, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
-    const int year = fileYear + (month < fileMonth ? 1 : 0);
-    if (month < 1 || month > 12 || day < 1 || day > kDays[month] ||
-        (month == 2 && day == 29 && year != 0 && !IsLeapYear(year)) || hour > 23 || minute > 59 ||
-        second > 60) {
-        reason = "the stamp is not a valid date and time";
-        return false;
-    }
-    size_t pos = 24;
-    int pid, tid;
-    if (!PaddedNumber(text, pos, pid) || !PaddedNumber(text, pos, tid)) {
-        reason = "no process and thread id after the time";
-        return false;
-    }
-    static const char kLevels[] = "EWDIV";
-    if (pos + 7 > text.size() || text[pos] != ' ' ||
-        std::strchr(kLevels, text[pos + 1]) == nullptr || text[pos + 1] == '\0' ||
-        text.compare(pos + 2, 6, " ZOL: ") != 0) {
-        reason = "no \"<level> ZOL: \" after the thread id";
-        return false;
-    }
-    line.stamp.year = year;
-    line.stamp.month = static_cast<int>(month);
-    line.stamp.day = static_cast<int>(day);
-    line.stamp.hour = static_cast<int>(hour);
-    line.stamp.minute = static_cast<int>(minute);
-    line.stamp.second = static_cast<int>(second);
-    line.stamp.nanos = nanos;
-    line.pid = pid;
-    line.tid = tid;
-    line.level = text[pos + 1];
-    line.message = std::string(text.substr(pos + 8));
+    line.stamp = stamp.time;
+    line.pid = stamp.pid;
+    line.tid = stamp.tid;
+    line.level = stamp.level;
+    line.message = std::string(text.substr(stamp.messageAt));
     line.text = std::string(text);
     return true;
 }
 
 bool ParseLogFileName(const std::string& name, int& year, int& month) {
-    int y, mo, d, h, mi, s, consumed = 0;
-    long us;
-    if (std::sscanf(name.c_str(), "ZOLOfflineLog_%4d-%2d-%2d--%2d-%2d-%2d-%6ld.txt%n", &y, &mo, &d,
-                    &h, &mi, &s, &us, &consumed) != 7 ||
-        static_cast<size_t>(consumed) != name.size() || mo < 1 || mo > 12) {
+    zol::offlinelog::FileNameTime time;
+    if (!zol::offlinelog::ParseFileName(name, time)) {
         return false;
     }
-    year = y;
-    month = mo;
+    year = time.year;
+    month = time.month;
     return true;
 }
 
@@ -227,7 +165,8 @@ bool FindLogFiles(const std::string& path, std::vector<std::string>& files, std:
         }
     }
     if (files.empty()) {
-        error = folder + ": no offline log files (" + kFilePrefix + "....txt)";
+        error = folder + ": no offline log files (" +
+                std::string(zol::offlinelog::kFileNamePrefix) + "....txt)";
         return false;
     }
     return true;

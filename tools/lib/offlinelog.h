@@ -9,18 +9,12 @@
 #include <string_view>
 #include <vector>
 
+#include "zolofflinelog/internal/zolofflinelogformat.h"
+
 namespace zoltool {
 
 // The year is not in the stamp: it comes from the name of the file the line was read from.
-struct LogStamp {
-    int year = 0;
-    int month = 0;
-    int day = 0;
-    int hour = 0;
-    int minute = 0;
-    int second = 0;
-    long nanos = 0;
-};
+using LogStamp = zol::offlinelog::StampTime;
 
 struct LogLine {
     LogStamp stamp;

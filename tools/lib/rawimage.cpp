@@ -12,6 +12,7 @@
 #include "fileio.h"
 #include "text.h"
 #include "zolbufferutil.h"
+#include "zolbufferutil/internal/zolplanegeometry.h"
 
 namespace zoltool {
 
@@ -20,48 +21,18 @@ std::string ImageSideLimits() {
 }
 
 uint64_t RawRowBytes(uint32_t format, uint32_t width) {
-    const uint64_t w = width;
-    switch (format) {
-        case 0:
-        case 1:
-        case 7:
-            return w;
-        case 3:
-            return w * 12 / 8;
-        case 4:
-            return w * 14 / 8;
-        case 2:
-            return 0;
-        default:
-            return format <= 14 ? w * 2 : 0;  // 5, 6 and 8 to 14: 16 bits a sample
-    }
+    const zol::RawFormat f = zol::RawFormatOf(format);
+    return f.planes > 0 ? uint64_t{width} * f.num / f.den : 0;
 }
 
 uint64_t RawFrameBytes(uint32_t format, uint32_t width, uint32_t height) {
-    const uint64_t rows = height;
-    const uint64_t chromaRows = height >= 2 ? height / 2 : 0;
-    const bool twoPlanes = format == 0 || format == 1 || format == 6;
-    return RawRowBytes(format, width) * (rows + (twoPlanes ? chromaRows : 0));
+    const zol::RawFormat f = zol::RawFormatOf(format);
+    return RawRowBytes(format, width) *
+           (uint64_t{zol::RawPlaneRows(f, 0, height)} + zol::RawPlaneRows(f, 1, height));
 }
 
 const char* FormatName(uint32_t format) {
-    switch (format) {
-        case 0:
-        case 1:
-            return "NV21";
-        case 3:
-            return "RAW12";
-        case 4:
-            return "RAW14";
-        case 5:
-            return "16BIT";
-        case 6:
-            return "P010";
-        case 7:
-            return "Y8";
-        default:
-            return format >= 8 && format <= 14 ? "16BIT" : "unknown";
-    }
+    return zol::RawFormatOf(format).name;
 }
 
 namespace {

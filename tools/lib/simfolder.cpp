@@ -1,12 +1,12 @@
 #include "simfolder.h"
 
 #include <cstdio>
-#include <cstring>
 #include <map>
 #include <memory>
 
 #include "fileio.h"
 #include "rawimage.h"
+#include "zolbufferutil/internal/zolplanegeometry.h"
 
 namespace zoltool {
 
@@ -14,41 +14,11 @@ namespace {
 
 // Larger than any sensor or stream a save could describe; a record beyond it is garbage.
 constexpr uint32_t kMaxPlausibleDimension = 65536;
-constexpr uint32_t kMaxFormatCode = 14;
-
-uint32_t LoadU32(const uint8_t* p) {
-    uint32_t v;
-    std::memcpy(&v, p, sizeof(v));
-    return v;
-}
-
-void StoreU32(std::vector<uint8_t>& out, uint32_t v) {
-    uint8_t bytes[4];
-    std::memcpy(bytes, &v, sizeof(v));
-    out.insert(out.end(), bytes, bytes + 4);
-}
+constexpr uint32_t kMaxFormatCode = zol::kRawFormatCount - 1;
 
 const char* kRequestInfoName = "requestInfo.bin";
 const char* kDatabaseName = "database.bin";
 const char* kSaveFolderPrefix = "SimulationIntputInfo_";
-
-}  // namespace
-
-namespace {
-
-RequestRecord DecodeRecord(const uint8_t* p) {
-    RequestRecord r;
-    r.format = LoadU32(p);
-    r.width = LoadU32(p + 4);
-    r.height = LoadU32(p + 8);
-    r.planeStride = LoadU32(p + 12);
-    r.sliceHeight = LoadU32(p + 16);
-    r.numberOfPlanes = LoadU32(p + 20);
-    for (int i = 0; i < 4; ++i) {
-        r.fd[i] = static_cast<int32_t>(LoadU32(p + 24 + 4 * i));
-    }
-    return r;
-}
 
 void CheckRecord(const RequestRecord& r, const std::string& where, Problems& problems) {
     if (r.format > kMaxFormatCode) {
@@ -99,7 +69,7 @@ bool ReadRequestInfo(const std::string& path, RequestInfo& info, std::string& er
     while ((got = std::fread(chunk, 1, sizeof(chunk), file.get())) > 0) {
         info.bytes += got;
         for (size_t off = 0; off + kRequestRecordBytes <= got; off += kRequestRecordBytes) {
-            const RequestRecord r = DecodeRecord(chunk + off);
+            const RequestRecord r = zol::algosim::DecodeRequestRecord(chunk + off);
             CheckRecord(r, path + ": record " + std::to_string(info.recordCount) + ": ",
                         info.problems);
             if (info.records.size() < RequestInfo::kKeptRecords) {
@@ -130,15 +100,9 @@ bool ReadRequestInfo(const std::string& path, RequestInfo& info, std::string& er
 std::vector<uint8_t> EncodeRequestInfo(const std::vector<RequestRecord>& records) {
     std::vector<uint8_t> out;
     for (const RequestRecord& r : records) {
-        StoreU32(out, r.format);
-        StoreU32(out, r.width);
-        StoreU32(out, r.height);
-        StoreU32(out, r.planeStride);
-        StoreU32(out, r.sliceHeight);
-        StoreU32(out, r.numberOfPlanes);
-        for (int32_t fd : r.fd) {
-            StoreU32(out, static_cast<uint32_t>(fd));
-        }
+        uint8_t bytes[kRequestRecordBytes];
+        zol::algosim::EncodeRequestRecord(r, bytes);
+        out.insert(out.end(), bytes, bytes + kRequestRecordBytes);
     }
     return out;
 }
@@ -156,24 +120,22 @@ bool ParseFrameFileName(const std::string& name, uint32_t& width, uint32_t& heig
     return true;
 }
 
-FolderReport InspectSaveFolder(const std::string& path) {
-    FolderReport report;
-    report.path = path;
+namespace {
+
+// The folder's own name: the last part of `path`, trailing slashes aside.
+std::string FolderName(const std::string& path) {
     std::string trimmed = path;
     while (trimmed.size() > 1 && trimmed.back() == '/') {
         trimmed.pop_back();
     }
-    size_t slash = trimmed.rfind('/');
-    report.name = slash == std::string::npos ? trimmed : trimmed.substr(slash + 1);
+    const size_t slash = trimmed.rfind('/');
+    return slash == std::string::npos ? trimmed : trimmed.substr(slash + 1);
+}
 
-    std::vector<std::string> names;
-    std::string error;
-    if (!ListDirectory(path, names, error)) {
-        report.problems.Add(error);
-        return report;
-    }
-
+// requestInfo.bin and database.bin: the records, their count, and whether they can be trusted.
+void ReadRecordFiles(const std::string& path, FolderReport& report) {
     RequestInfo request;
+    std::string error;
     if (ReadRequestInfo(JoinPath(path, kRequestInfoName), request, error)) {
         report.requestInfoBytes = static_cast<int64_t>(request.bytes);
         report.records = std::move(request.records);
@@ -188,8 +150,12 @@ FolderReport InspectSaveFolder(const std::string& path) {
     if (report.databaseBytes < 0) {
         report.problems.Add(databasePath + ": " + WhyNotAFile(databasePath));
     }
+}
 
-    // Frame files found on disk, by index.
+// The frame files found on disk, by index; every other entry goes to report.otherFiles.
+std::map<int, FrameReport> FramesOnDisk(const std::string& path,
+                                        const std::vector<std::string>& names,
+                                        FolderReport& report) {
     std::map<int, FrameReport> byIndex;
     for (const std::string& name : names) {
         uint32_t w, h;
@@ -215,49 +181,69 @@ FolderReport InspectSaveFolder(const std::string& path) {
         }
         byIndex[index] = frame;
     }
-    // Every record expects its frame file, named from its own size and index. Records of a
-    // damaged request file say nothing about the frames.
-    const size_t checked = report.recordsTrusted ? report.records.size() : 0;
-    for (size_t i = 0; i < checked; ++i) {
-        const RequestRecord& r = report.records[i];
-        const int index = static_cast<int>(i);
-        char expectedName[96];
-        std::snprintf(expectedName, sizeof(expectedName), "inputFrameInfo_%ux%u_%d_.yuv", r.width,
-                      r.height, index);
-        FrameReport& frame = byIndex[index];
-        frame.hasRecord = true;
-        frame.format = r.format;
-        frame.expected = RawFrameBytes(r.format, r.width, r.height);
-        if (frame.index < 0) {
-            frame.index = index;
-            frame.fileName = expectedName;
-            frame.width = r.width;
-            frame.height = r.height;
-            frame.status = "missing";
-            report.problems.Add(JoinPath(path, expectedName) + ": missing");
-            continue;
-        }
-        const std::string framePath = JoinPath(path, frame.fileName);
-        if (frame.fileName != expectedName) {
-            frame.status = "name does not match record";
-            report.problems.Add(framePath + ": record " + std::to_string(i) + " describes " +
-                                std::to_string(r.width) + "x" + std::to_string(r.height) +
-                                ", so the file should be " + expectedName);
-        } else if (frame.actual < 0) {
-            frame.status = "not a file";
-            report.problems.Add(framePath + ": " + WhyNotAFile(framePath));
-        } else if (static_cast<uint64_t>(frame.actual) != frame.expected) {
-            frame.status = "size mismatch";
-            report.problems.Add(
-                framePath + ": " + Count(static_cast<uint64_t>(frame.actual), "byte") +
-                ", but record " + std::to_string(i) + " (format " + std::to_string(r.format) + " " +
-                FormatName(r.format) + ", " + std::to_string(r.width) + "x" +
-                std::to_string(r.height) + ") needs " + std::to_string(frame.expected));
-        } else {
-            frame.status = index < kReplayedFrames ? "ok" : "ok, not replayed (index 3 or more)";
-        }
+    return byIndex;
+}
+
+// Record `index` expects its frame file, named from its own size and index: `frame` is the
+// file found for that index (index -1 when there is none).
+void CheckRecordedFrame(const std::string& path, const RequestRecord& r, int index,
+                        FrameReport& frame, Problems& problems) {
+    char expectedName[96];
+    std::snprintf(expectedName, sizeof(expectedName), "inputFrameInfo_%ux%u_%d_.yuv", r.width,
+                  r.height, index);
+    frame.hasRecord = true;
+    frame.format = r.format;
+    frame.expected = RawFrameBytes(r.format, r.width, r.height);
+    if (frame.index < 0) {
+        frame.index = index;
+        frame.fileName = expectedName;
         frame.width = r.width;
         frame.height = r.height;
+        frame.status = "missing";
+        problems.Add(JoinPath(path, expectedName) + ": missing");
+        return;
+    }
+    const std::string framePath = JoinPath(path, frame.fileName);
+    const std::string record = "record " + std::to_string(index);
+    if (frame.fileName != expectedName) {
+        frame.status = "name does not match record";
+        problems.Add(framePath + ": " + record + " describes " + std::to_string(r.width) + "x" +
+                     std::to_string(r.height) + ", so the file should be " + expectedName);
+    } else if (frame.actual < 0) {
+        frame.status = "not a file";
+        problems.Add(framePath + ": " + WhyNotAFile(framePath));
+    } else if (static_cast<uint64_t>(frame.actual) != frame.expected) {
+        frame.status = "size mismatch";
+        problems.Add(framePath + ": " + Count(static_cast<uint64_t>(frame.actual), "byte") +
+                     ", but " + record + " (format " + std::to_string(r.format) + " " +
+                     FormatName(r.format) + ", " + std::to_string(r.width) + "x" +
+                     std::to_string(r.height) + ") needs " + std::to_string(frame.expected));
+    } else {
+        frame.status = index < kReplayedFrames ? "ok" : "ok, not replayed (index 3 or more)";
+    }
+    frame.width = r.width;
+    frame.height = r.height;
+}
+
+}  // namespace
+
+FolderReport InspectSaveFolder(const std::string& path) {
+    FolderReport report;
+    report.path = path;
+    report.name = FolderName(path);
+    std::vector<std::string> names;
+    std::string error;
+    if (!ListDirectory(path, names, error)) {
+        report.problems.Add(error);
+        return report;
+    }
+    ReadRecordFiles(path, report);
+    std::map<int, FrameReport> byIndex = FramesOnDisk(path, names, report);
+    // Records of a damaged request file say nothing about the frames.
+    const size_t checked = report.recordsTrusted ? report.records.size() : 0;
+    for (size_t i = 0; i < checked; ++i) {
+        const int index = static_cast<int>(i);
+        CheckRecordedFrame(path, report.records[i], index, byIndex[index], report.problems);
     }
     for (auto& [index, frame] : byIndex) {
         if (!frame.hasRecord && report.recordsTrusted) {

@@ -10,22 +10,14 @@
 #include <vector>
 
 #include "text.h"
+#include "zolalgosimulation/internal/zolrequestrecord.h"
 
 namespace zoltool {
 
-// One record of requestInfo.bin. The descriptors are the saving process's numbers, kept for
-// inspection only.
-struct RequestRecord {
-    uint32_t format = 0;
-    uint32_t width = 0;
-    uint32_t height = 0;
-    uint32_t planeStride = 0;
-    uint32_t sliceHeight = 0;
-    uint32_t numberOfPlanes = 0;
-    int32_t fd[4] = {0, 0, 0, 0};
-};
-
-constexpr size_t kRequestRecordBytes = 40;
+// One record of requestInfo.bin, as the library lays it out. The descriptors are the saving
+// process's numbers, kept for inspection only.
+using RequestRecord = zol::algosim::RequestRecord;
+using zol::algosim::kRequestRecordBytes;
 
 // What a request record file holds, read in bounded memory however large the file is: every
 // record is checked, the first kKeptRecords are kept.

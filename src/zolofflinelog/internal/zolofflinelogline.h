@@ -1,5 +1,5 @@
-// The offline log's texts: the line stamp, the line block a worker receives, and the file names.
-// Internal to zolofflinelog.
+// The offline log's texts: the line stamp, the line block a worker receives, and the file names
+// (their layout is zolofflinelogformat.h's). Internal to zolofflinelog.
 #pragma once
 
 #include <sys/types.h>
@@ -8,14 +8,12 @@
 #include <ctime>
 #include <string>
 
+#include "zolofflinelog/internal/zolofflinelogformat.h"
+
 namespace zol {
 namespace offlinelog {
 
-constexpr size_t kLineBlockSize = 2048;
 constexpr size_t kStampSize = 128;
-
-// The letter a line of this level carries: E W D I V for 1 to 5, "V" for anything else.
-const char* LevelLetter(int level);
 
 // The process id and the calling thread's kernel id (gettid), each read by its system call
 // once per thread and kept; a forked child reads them afresh.
@@ -27,16 +25,15 @@ pid_t ThreadId();
 // localtime_r for as long as the process's time zone stays as it was first read.
 void LocalTime(time_t seconds, struct tm* out);
 
-// Formats "MM-DD hh:mm:ss:nnnnnnnnn  pppp  tttt L ZOL: " into out (kStampSize bytes); returns
-// its length.
-size_t FormatStamp(char* out, const struct timespec& now, pid_t pid, pid_t tid, const char* letter);
+// Formats the stamp (kStampFormat) into out (kStampSize bytes); returns its length.
+size_t FormatStamp(char* out, const struct timespec& now, pid_t pid, pid_t tid, char letter);
 
 // Fills a zeroed kLineBlockSize block with stamp, message and "\n", keeping at most
-// kLineBlockSize - 1 characters: a line too long for the block loses its end, newline first.
+// kLongestLine characters: a line too long for the block loses its end, newline first.
 void ComposeLine(char* block, const char* stamp, size_t stampLen, const char* msg);
 
-// The path of a log file created now: the device path of
-// "/data/vendor/camera/offlinelog/ZOLOfflineLog_YYYY-MM-DD--hh-mm-ss-uuuuuu.txt".
+// The path of a log file created now: the device path of "/data/vendor/camera/offlinelog/"
+// and a kFileNameFormat name.
 std::string NewLogFilePath();
 
 }  // namespace offlinelog
