@@ -322,6 +322,12 @@ TEST_P(ScenarioTest, EveryRunEndsCleanly) {
     if (scenario.child != Child::kPlain) {
         options.env.push_back("persist.vendor.camera.zoltools.offlinelog=1");
     }
+    if (scenario.child >= Child::kForksAtRest) {
+        // A worker that has not yet let go of the last drain record at the fork is not in the
+        // child, so the child keeps that record: a leak of the fork, not of the library.
+        const char* asan = getenv("ASAN_OPTIONS");
+        options.env.push_back("ASAN_OPTIONS=" + std::string(asan ? asan : "") + ":detect_leaks=0");
+    }
     const ::testing::TestInfo* test = ::testing::UnitTest::GetInstance()->current_test_info();
     const std::string only =
         std::string("--gtest_filter=") + test->test_suite_name() + "." + test->name();
