@@ -10,11 +10,12 @@
 #include <climits>
 #include <cstdint>
 #include <cstdlib>
+#include <utility>
 
 #include "platform/devicepath.h"
+#include "platform/openfile.h"
 #include "platform/properties.h"
 #include "zoltoolsdef/internal/zolfatal.h"
-#include "zoltoolsdef/internal/zolfd.h"
 
 namespace {
 
@@ -69,16 +70,26 @@ TEST(DevicePath, DataAndVendorPathsFollowTheDeviceRoot) {
     }
 }
 
-// The owner closes its descriptor, 0 included, and keeps errno across the close.
-TEST(UniqueFd, ClosesItsDescriptorKeepingErrno) {
+// The owner closes its descriptor, 0 included, and keeps errno across the close; a move closes
+// the descriptor it replaces and no other; a released one stays open.
+TEST(UniqueFd, ClosesWhatItOwnsOnceKeepingErrno) {
     ASSERT_EQ(0, close(0));  // a process of its own: 0 becomes the lowest free descriptor
+    int moved = -1;
+    int released = -1;
     {
-        const zol::UniqueFd fd = zol::Open("/dev/null", O_RDONLY);
+        zol::UniqueFd fd = zol::Open("/dev/null", O_RDONLY);
         ASSERT_EQ(0, fd.get());
+        zol::UniqueFd other = zol::Open("/dev/null", O_RDONLY);
+        moved = other.get();
+        fd = std::move(other);
+        EXPECT_EQ(-1, fcntl(0, F_GETFD)) << "the replaced descriptor is still open";
+        EXPECT_EQ(moved, fd.get());
+        released = zol::Open("/dev/null", O_RDONLY).release();
         errno = ENOSPC;
     }
     EXPECT_EQ(ENOSPC, errno);
-    EXPECT_EQ(-1, fcntl(0, F_GETFD)) << "still open";
+    EXPECT_EQ(-1, fcntl(moved, F_GETFD)) << "still open";
+    EXPECT_EQ(0, close(released));
 }
 
 TEST(FatalDeathTest, OverflowsIndicesAndConditionsAbortWithTheirText) {
