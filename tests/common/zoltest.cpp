@@ -21,6 +21,8 @@
 #include <mutex>
 #include <thread>
 
+#include "platform/uniquefd.h"
+
 extern char** environ;
 
 namespace zoltest {
@@ -316,14 +318,12 @@ std::string ReadFile(const std::string& path) {
 
 std::vector<std::string> ListDir(const std::string& path) {
     std::vector<std::string> names;
-    if (DIR* dir = opendir(path.c_str())) {
-        while (struct dirent* entry = readdir(dir)) {
-            const std::string name = entry->d_name;
-            if (name != "." && name != "..") {
-                names.push_back(name);
-            }
+    const zol::UniqueDir dir(opendir(path.c_str()));
+    while (struct dirent* entry = dir ? readdir(dir.get()) : nullptr) {
+        const std::string name = entry->d_name;
+        if (name != "." && name != "..") {
+            names.push_back(name);
         }
-        closedir(dir);
     }
     std::sort(names.begin(), names.end());
     return names;

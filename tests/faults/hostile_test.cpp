@@ -18,6 +18,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/uniquefd.h"
 #include "zolalgosimulation.h"
 #include "zolbuffermanager.h"
 #include "zolofflinelog.h"
@@ -225,9 +226,10 @@ TEST(BuffersHostile, AMappingThatFailsIsAFailedAllocation) {
     }
     ZOLOfflineLog::GetInstance();  // its workers' stacks are mapped before the limit
     unsigned long pages = 0;
-    FILE* statm = fopen("/proc/self/statm", "r");
-    ASSERT_TRUE(statm != nullptr && fscanf(statm, "%lu", &pages) == 1);
-    fclose(statm);
+    {
+        const zol::UniqueFile statm(fopen("/proc/self/statm", "r"));
+        ASSERT_TRUE(statm && fscanf(statm.get(), "%lu", &pages) == 1);
+    }
     ZOLBufferAllocator allocator;
     const int fds = zoltest::CountOpenFds();
     zoltest::LogCapture log;

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "zolalgosimulation.h"
+#include "platform/uniquefd.h"
 #include "zolalgosimulation/internal/zolalgosimulationinternal.h"
 #include "zoltest.h"
 
@@ -38,7 +39,7 @@ struct SimRoot : zoltest::DeviceRoot {
 // Visible entries of a directory in directory-stream order, as a replay lists them.
 std::vector<std::string> Listed(const std::string& path) {
     std::vector<std::string> names;
-    std::unique_ptr<DIR, int (*)(DIR*)> dir(opendir(path.c_str()), closedir);
+    const zol::UniqueDir dir(opendir(path.c_str()));
     while (const dirent* entry = readdir(dir.get())) {
         if (entry->d_name[0] != '.') {
             names.push_back(entry->d_name);
