@@ -12,13 +12,13 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <functional>
 #include <map>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "platform/uniquefd.h"
 #include "zolalgosimulation.h"
 #include "zolbuffermanager.h"
 #include "zolofflinelog.h"
@@ -226,10 +226,7 @@ TEST(BuffersHostile, AMappingThatFailsIsAFailedAllocation) {
     }
     ZOLOfflineLog::GetInstance();  // its workers' stacks are mapped before the limit
     unsigned long pages = 0;
-    {
-        const zol::UniqueFile statm(fopen("/proc/self/statm", "r"));
-        ASSERT_TRUE(statm && fscanf(statm.get(), "%lu", &pages) == 1);
-    }
+    ASSERT_TRUE(std::ifstream("/proc/self/statm") >> pages);
     ZOLBufferAllocator allocator;
     const int fds = zoltest::CountOpenFds();
     zoltest::LogCapture log;

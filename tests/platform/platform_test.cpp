@@ -10,7 +10,6 @@
 #include <climits>
 #include <cstdint>
 #include <cstdlib>
-#include <utility>
 
 #include "platform/devicepath.h"
 #include "platform/openfile.h"
@@ -70,25 +69,20 @@ TEST(DevicePath, DataAndVendorPathsFollowTheDeviceRoot) {
     }
 }
 
-// The owner closes its descriptor, 0 included, and keeps errno across the close; a move closes
-// the descriptor it replaces and no other; a released one stays open.
+// The owner closes its descriptor, 0 included, keeping errno; assigning closes the descriptor
+// it replaces; a released one stays open.
 TEST(UniqueFd, ClosesWhatItOwnsOnceKeepingErrno) {
     ASSERT_EQ(0, close(0));  // a process of its own: 0 becomes the lowest free descriptor
-    int moved = -1;
-    int released = -1;
-    {
-        zol::UniqueFd fd = zol::Open("/dev/null", O_RDONLY);
-        ASSERT_EQ(0, fd.get());
-        zol::UniqueFd other = zol::Open("/dev/null", O_RDONLY);
-        moved = other.get();
-        fd = std::move(other);
-        EXPECT_EQ(-1, fcntl(0, F_GETFD)) << "the replaced descriptor is still open";
-        EXPECT_EQ(moved, fd.get());
-        released = zol::Open("/dev/null", O_RDONLY).release();
-        errno = ENOSPC;
-    }
+    zol::UniqueFd fd = zol::Open("/dev/null", O_RDONLY);
+    ASSERT_EQ(0, fd.get());
+    const int released = zol::Open("/dev/null", O_RDONLY).release();
+    fd = zol::Open("/dev/null", O_RDONLY);
+    EXPECT_EQ(-1, fcntl(0, F_GETFD)) << "the replaced descriptor is still open";
+    const int assigned = fd.get();
+    errno = ENOSPC;
+    fd.reset();
     EXPECT_EQ(ENOSPC, errno);
-    EXPECT_EQ(-1, fcntl(moved, F_GETFD)) << "still open";
+    EXPECT_EQ(-1, fcntl(assigned, F_GETFD)) << "still open";
     EXPECT_EQ(0, close(released));
 }
 

@@ -16,7 +16,6 @@
 #include <vector>
 
 #include "zolalgosimulation.h"
-#include "platform/uniquefd.h"
 #include "zolalgosimulation/internal/zolalgosimulationinternal.h"
 #include "zoltest.h"
 
