@@ -1,6 +1,5 @@
 #include "devicesandbox.h"
 
-#include <dirent.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -9,7 +8,9 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
+#include <system_error>
 
 namespace example {
 
@@ -84,13 +85,10 @@ int DeviceSandbox::ClearEarlierSaves() {
 
 std::vector<std::string> DeviceSandbox::List(const std::string& dir) {
     std::vector<std::string> names;
-    if (DIR* d = opendir(dir.c_str())) {
-        while (dirent* e = readdir(d)) {
-            if (std::strcmp(e->d_name, ".") != 0 && std::strcmp(e->d_name, "..") != 0) {
-                names.emplace_back(e->d_name);
-            }
-        }
-        closedir(d);
+    std::error_code error;  // a folder that cannot be read lists as empty
+    for (std::filesystem::directory_iterator it(dir, error), end; !error && it != end;
+         it.increment(error)) {
+        names.push_back(it->path().filename().string());
     }
     std::sort(names.begin(), names.end());
     return names;

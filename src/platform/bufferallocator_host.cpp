@@ -8,6 +8,8 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include "platform/openfile.h"
+
 namespace {
 
 constexpr const char* kSystemHeap = "/dev/dma_heap/system";
@@ -30,14 +32,12 @@ int CheckOpen(unsigned int fd) {
 
 }  // namespace
 
-BufferAllocator::BufferAllocator() {
-    heap_fd_ = open(kSystemHeap, O_RDONLY | O_CLOEXEC);
-}
+// The header mirrors the platform library's and keeps the heap descriptor as a plain int; an
+// owner takes it back for the close.
+BufferAllocator::BufferAllocator() : heap_fd_(zol::Open(kSystemHeap, O_RDONLY).release()) {}
 
 BufferAllocator::~BufferAllocator() {
-    if (heap_fd_ >= 0) {
-        close(heap_fd_);
-    }
+    zol::UniqueFd(heap_fd_).reset();
 }
 
 int BufferAllocator::AllocSystem(bool /*cpu_access_needed*/, size_t len, unsigned int heap_flags,
@@ -53,16 +53,11 @@ int BufferAllocator::AllocSystem(bool /*cpu_access_needed*/, size_t len, unsigne
         } while (ret < 0 && errno == EINTR);
         return ret < 0 ? -errno : static_cast<int>(data.fd);
     }
-    const int fd = memfd_create("zoltools-free", MFD_CLOEXEC);
-    if (fd < 0) {
+    zol::UniqueFd fd(memfd_create("zoltools-free", MFD_CLOEXEC));
+    if (!fd.ok() || ftruncate(fd.get(), static_cast<off_t>(len)) < 0) {
         return -errno;
     }
-    if (ftruncate(fd, static_cast<off_t>(len)) < 0) {
-        const int err = errno;
-        close(fd);
-        return -err;
-    }
-    return fd;
+    return fd.release();
 }
 
 int BufferAllocator::CpuSyncStart(unsigned int dmabuf_fd, SyncType sync_type,

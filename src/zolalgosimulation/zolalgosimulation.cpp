@@ -11,7 +11,6 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
-#include <memory>
 
 #include "platform/properties.h"
 #include "zolalgosimulation/internal/zolalgosimulationinternal.h"
@@ -31,10 +30,7 @@ constexpr int32_t kModeSave = 1;
 constexpr int32_t kModeReplay = 2;
 constexpr unsigned kReplayableFrames = 3;  // the frame names "_0_", "_1_" and "_2_"
 
-struct DirCloser {
-    void operator()(DIR* dir) const { closedir(dir); }
-};
-using UniqueDir = std::unique_ptr<DIR, DirCloser>;
+using zol::UniqueDir;
 
 bool IsOpenableDirectory(const char* path) {
     return UniqueDir(opendir(path)) != nullptr;
@@ -141,7 +137,7 @@ bool SameRecord(const ZOLImageBuffer& a, const ZOLImageBuffer& b) {
 // ZOLBufferUtil::ZOLReadBuffer opens by name: it is given the name of the descriptor already
 // open and checked, so the file cannot be swapped for a FIFO in between.
 bool ReadRegularFrame(ZOLImageBuffer* buffer, const char* path) {
-    const zol::algosim::UniqueFile file = zol::algosim::OpenRegularForReading(path);
+    const zol::UniqueFile file = zol::algosim::OpenRegularForReading(path);
     if (!file) {
         return false;
     }

@@ -1,19 +1,17 @@
 // The two record files of a save folder: requestInfo.bin (one 40-byte record per image, laid
 // out in zolrequestrecord.h) and database.bin (the caller's block, byte for byte).
 #include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <cstdint>
 #include <cstdio>
-#include <memory>
 
+#include "platform/openfile.h"
 #include "zolalgosimulation.h"
 #include "zolalgosimulation/internal/zolalgosimulationinternal.h"
 #include "zolalgosimulation/internal/zolrequestrecord.h"
 #include "zoltoolsdef.h"
 
-using zol::algosim::UniqueFile;
+using zol::UniqueFile;
 
 namespace {
 
@@ -52,19 +50,13 @@ UniqueFile zol::algosim::OpenRegularForReading(const char* path) {
     if (path == nullptr) {
         return nullptr;
     }
-    const int fd = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    if (fd < 0) {
-        return nullptr;
+    zol::UniqueFd fd = zol::OpenRegularFile(path, O_RDONLY);
+    // Non-blocking makes no difference to a regular file.
+    UniqueFile file(fd.ok() ? fdopen(fd.get(), "rb") : nullptr);
+    if (file) {
+        static_cast<void>(fd.release());  // the stream closes it now
     }
-    struct stat st;
-    FILE* file = nullptr;
-    if (fstat(fd, &st) == 0 && S_ISREG(st.st_mode)) {
-        file = fdopen(fd, "rb");  // non-blocking makes no difference to a regular file
-    }
-    if (file == nullptr) {
-        close(fd);
-    }
-    return UniqueFile(file);
+    return file;
 }
 
 bool ZOLAlgoSimulation::writerRequestBuffer(std::vector<ZOLImageBuffer>& buffers, char* path) {

@@ -4,6 +4,7 @@
 
 #include <cstring>
 
+#include "platform/uniquefd.h"
 #include "zolbuffermanager.h"
 #include "zoltoolsdef.h"
 
@@ -14,24 +15,6 @@ namespace {
 constexpr int kGraphicBufferFormat = 34;  // HAL_PIXEL_FORMAT_IMPLEMENTATION_DEFINED
 constexpr uint32_t kGraphicBufferLayerCount = 0;
 constexpr uint64_t kGraphicBufferUsage = 0x20000;  // GRALLOC_USAGE_HW_CAMERA_WRITE
-
-// A descriptor closed when the scope ends unless released: AllocDMABuffer's descriptor until
-// its mapping succeeded.
-class ScopedFd {
-public:
-    explicit ScopedFd(int fd) : m_fd(fd) {}
-    ~ScopedFd() {
-        if (m_fd >= 0) {
-            close(m_fd);
-        }
-    }
-    ScopedFd(const ScopedFd&) = delete;
-    ScopedFd& operator=(const ScopedFd&) = delete;
-    void Release() { m_fd = -1; }
-
-private:
-    int m_fd;
-};
 
 // A graphic buffer around a handle that describes the descriptor: version 0, no descriptors and
 // no integers declared, the descriptor in the first data slot. The handle lives on this stack
@@ -84,7 +67,7 @@ int ZOLBufferAllocator::AllocDMABuffer(unsigned long size, char** ppBuffer, int&
         ZOL_LOGE("Alloc System fail, m_fileDescriptor is invalid");
         return -1;
     }
-    ScopedFd owner(fd);
+    zol::UniqueFd owner(fd);  // the allocator's until the mapping succeeded
     void* mapped = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
     // MAP_FAILED (address space or map count exhausted) is a failed mapping like null: an
     // address of -1 handed out would crash the first write to it.
@@ -93,7 +76,7 @@ int ZOLBufferAllocator::AllocDMABuffer(unsigned long size, char** ppBuffer, int&
         ZOL_LOGE("Mmap DMA Buffer fail, pBuffer is nullptr");
         return -1;  // owner closes the descriptor; the caller's fd keeps its number
     }
-    owner.Release();
+    static_cast<void>(owner.release());  // the caller's now, through `fd`
     return 0;
 }
 
@@ -104,9 +87,9 @@ int ZOLBufferAllocator::DeallocDMABuffer(unsigned long size, char* pBuffer, int&
     if (fd < 0) {
         return fd;
     }
-    const int ret = close(fd);
+    zol::UniqueFd owner(fd);
     fd = -1;
-    return ret;
+    return owner.close();
 }
 
 android::sp<android::GraphicBuffer> ZOLBufferAllocator::AllocGraphicBuffer(BufferInfo info,

@@ -9,6 +9,7 @@
 #include <iterator>
 #include <vector>
 
+#include "platform/uniquefd.h"
 #include "zolbuffermanager.h"
 #include "zolbuffermanager/internal/zolbufferpoolinternal.h"
 #include "zoltoolsdef.h"
@@ -376,9 +377,7 @@ void ZOLBufferPool::ReleaseBuffer(ZOLBufferPoolBufferInfo info) {
         if (info.pBuffer != nullptr) {
             munmap(info.pBuffer, info.size);
         }
-        if (info.fd >= 0) {
-            close(info.fd);
-        }
+        zol::UniqueFd(info.fd).reset();  // the block's descriptor, if it has one
     } else if (info.type == ZOL_BUFFER_TYPE_HEAP) {
         ZOL_POOL_LOG(I, "ReleaseBuffer", "Release buffer: %p", info.pBuffer);
         free(info.pBuffer);

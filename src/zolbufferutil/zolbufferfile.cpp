@@ -9,10 +9,10 @@
 #include <cstdint>
 #include <cstring>
 
+#include "platform/openfile.h"
 #include "zolbufferutil.h"
 #include "zolbufferutil/internal/zolplanegeometry.h"
 #include "zoltoolsdef.h"
-#include "zoltoolsdef/internal/zolfd.h"
 
 namespace {
 

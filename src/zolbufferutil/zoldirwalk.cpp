@@ -3,21 +3,12 @@
 #include <sys/stat.h>
 
 #include <cstring>
-#include <memory>
 
+#include "platform/uniquefd.h"
 #include "zolbufferutil.h"
 
-namespace {
-
-struct DirCloser {
-    void operator()(DIR* dir) const { closedir(dir); }
-};
-using UniqueDir = std::unique_ptr<DIR, DirCloser>;
-
-}  // namespace
-
 int ZOLBufferUtil::traveDir(const char* path, int depth, std::vector<std::string>& names) {
-    UniqueDir dir(path != nullptr ? opendir(path) : nullptr);
+    zol::UniqueDir dir(path != nullptr ? opendir(path) : nullptr);
     if (!dir) {
         return -1;
     }

@@ -9,9 +9,9 @@
 #include <new>
 #include <string>
 
+#include "platform/openfile.h"
 #include "zolofflinelog.h"
 #include "zolofflinelog/internal/zolofflinelogline.h"
-#include "zoltoolsdef/internal/zolfd.h"
 
 namespace {
 

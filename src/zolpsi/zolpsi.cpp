@@ -3,16 +3,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 
+#include "platform/uniquefd.h"
 #include "zoltoolsdef.h"
 
 namespace {
-
-struct FileCloser {
-    void operator()(FILE* file) const { std::fclose(file); }
-};
-using UniqueFile = std::unique_ptr<FILE, FileCloser>;
 
 constexpr int kLineSize = 1024;
 
@@ -30,7 +25,7 @@ bool ZOLPSI::GetDataByPathAndKeyword(const char* path, const char* keyword, floa
                  this);
         return false;
     }
-    UniqueFile file(std::fopen(path, "r"));
+    zol::UniqueFile file(std::fopen(path, "r"));
     if (!file) {
         ZOL_LOGI("%s:%d %s() [%p] failed open file path:%s", ZOL_FILE, __LINE__,
                  "GetDataByPathAndKeyword", this, path);

@@ -12,6 +12,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <functional>
 #include <map>
 #include <optional>
@@ -225,9 +226,7 @@ TEST(BuffersHostile, AMappingThatFailsIsAFailedAllocation) {
     }
     ZOLOfflineLog::GetInstance();  // its workers' stacks are mapped before the limit
     unsigned long pages = 0;
-    FILE* statm = fopen("/proc/self/statm", "r");
-    ASSERT_TRUE(statm != nullptr && fscanf(statm, "%lu", &pages) == 1);
-    fclose(statm);
+    ASSERT_TRUE(std::ifstream("/proc/self/statm") >> pages);
     ZOLBufferAllocator allocator;
     const int fds = zoltest::CountOpenFds();
     zoltest::LogCapture log;

@@ -12,9 +12,9 @@
 #include <cstdlib>
 
 #include "platform/devicepath.h"
+#include "platform/openfile.h"
 #include "platform/properties.h"
 #include "zoltoolsdef/internal/zolfatal.h"
-#include "zoltoolsdef/internal/zolfd.h"
 
 namespace {
 
@@ -69,16 +69,21 @@ TEST(DevicePath, DataAndVendorPathsFollowTheDeviceRoot) {
     }
 }
 
-// The owner closes its descriptor, 0 included, and keeps errno across the close.
-TEST(UniqueFd, ClosesItsDescriptorKeepingErrno) {
+// The owner closes its descriptor, 0 included, keeping errno; assigning closes the descriptor
+// it replaces; a released one stays open.
+TEST(UniqueFd, ClosesWhatItOwnsOnceKeepingErrno) {
     ASSERT_EQ(0, close(0));  // a process of its own: 0 becomes the lowest free descriptor
-    {
-        const zol::UniqueFd fd = zol::Open("/dev/null", O_RDONLY);
-        ASSERT_EQ(0, fd.get());
-        errno = ENOSPC;
-    }
+    zol::UniqueFd fd = zol::Open("/dev/null", O_RDONLY);
+    ASSERT_EQ(0, fd.get());
+    const int released = zol::Open("/dev/null", O_RDONLY).release();
+    fd = zol::Open("/dev/null", O_RDONLY);
+    EXPECT_EQ(-1, fcntl(0, F_GETFD)) << "the replaced descriptor is still open";
+    const int assigned = fd.get();
+    errno = ENOSPC;
+    fd.reset();
     EXPECT_EQ(ENOSPC, errno);
-    EXPECT_EQ(-1, fcntl(0, F_GETFD)) << "still open";
+    EXPECT_EQ(-1, fcntl(assigned, F_GETFD)) << "still open";
+    EXPECT_EQ(0, close(released));
 }
 
 TEST(FatalDeathTest, OverflowsIndicesAndConditionsAbortWithTheirText) {

@@ -38,7 +38,7 @@ struct SimRoot : zoltest::DeviceRoot {
 // Visible entries of a directory in directory-stream order, as a replay lists them.
 std::vector<std::string> Listed(const std::string& path) {
     std::vector<std::string> names;
-    std::unique_ptr<DIR, int (*)(DIR*)> dir(opendir(path.c_str()), closedir);
+    const zol::UniqueDir dir(opendir(path.c_str()));
     while (const dirent* entry = readdir(dir.get())) {
         if (entry->d_name[0] != '.') {
             names.push_back(entry->d_name);

@@ -7,29 +7,19 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <memory>
+
+#include "platform/uniquefd.h"
 
 namespace zoltool {
 
-namespace {
-
-struct FileCloser {
-    void operator()(FILE* file) const { std::fclose(file); }
-};
-using File = std::unique_ptr<FILE, FileCloser>;
-
-struct DirCloser {
-    void operator()(DIR* dir) const { closedir(dir); }
-};
-
-}  // namespace
+using zol::UniqueFile;
 
 std::string ErrnoText() {
     return std::strerror(errno);
 }
 
 bool ReadWholeFile(const std::string& path, std::vector<uint8_t>& bytes, std::string& error) {
-    File file(std::fopen(path.c_str(), "rb"));
+    UniqueFile file(std::fopen(path.c_str(), "rb"));
     if (!file) {
         error = path + ": cannot open: " + ErrnoText();
         return false;
@@ -49,7 +39,7 @@ bool ReadWholeFile(const std::string& path, std::vector<uint8_t>& bytes, std::st
 
 bool WriteWholeFile(const std::string& path, const std::vector<uint8_t>& bytes,
                     std::string& error) {
-    File file(std::fopen(path.c_str(), "wb"));
+    UniqueFile file(std::fopen(path.c_str(), "wb"));
     if (!file) {
         error = path + ": cannot create: " + ErrnoText();
         return false;
@@ -58,7 +48,7 @@ bool WriteWholeFile(const std::string& path, const std::vector<uint8_t>& bytes,
         error = path + ": write error: " + ErrnoText();
         return false;
     }
-    if (std::fclose(file.release()) != 0) {
+    if (zol::CloseFile(file) != 0) {
         error = path + ": write error: " + ErrnoText();
         return false;
     }
@@ -111,7 +101,7 @@ bool SameFile(const std::string& a, const std::string& b) {
 }
 
 bool ListDirectory(const std::string& path, std::vector<std::string>& names, std::string& error) {
-    std::unique_ptr<DIR, DirCloser> dir(opendir(path.c_str()));
+    zol::UniqueDir dir(opendir(path.c_str()));
     if (!dir) {
         error = path + ": cannot open directory: " + ErrnoText();
         return false;

@@ -3,10 +3,11 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <memory>
+#include <utility>
 #include <tuple>
 
 #include "fileio.h"
+#include "platform/uniquefd.h"
 #include "text.h"
 #include "zolofflinelog/internal/zolofflinelogformat.h"
 
@@ -194,11 +195,8 @@ LogFollower::LogFollower(std::string folder, std::string file, LogFilePosition p
 
 bool LogFollower::ReadFrom(const std::string& path, std::vector<LogLine>& lines,
                            std::vector<DamagedLine>& damaged, std::string& error) {
-    struct Closer {
-        void operator()(FILE* f) const { std::fclose(f); }
-    };
     const std::string why = WhyNotAFile(path);
-    std::unique_ptr<FILE, Closer> file(why.empty() ? std::fopen(path.c_str(), "rb") : nullptr);
+    zol::UniqueFile file(why.empty() ? std::fopen(path.c_str(), "rb") : nullptr);
     if (!file) {
         error = path + ": " + (why.empty() ? "cannot open: " + ErrnoText() : why);
         return false;

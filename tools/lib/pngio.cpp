@@ -6,17 +6,17 @@
 #include <cstring>
 
 #include "fileio.h"
+#include "platform/uniquefd.h"
 
 namespace zoltool {
 
 bool LooksLikePng(const std::string& path) {
-    FILE* file = std::fopen(path.c_str(), "rb");
-    if (file == nullptr) {
+    const zol::UniqueFile file(std::fopen(path.c_str(), "rb"));
+    if (!file) {
         return false;
     }
     unsigned char signature[8] = {};
-    size_t got = std::fread(signature, 1, sizeof(signature), file);
-    std::fclose(file);
+    const size_t got = std::fread(signature, 1, sizeof(signature), file.get());
     return got == sizeof(signature) && png_sig_cmp(signature, 0, sizeof(signature)) == 0;
 }
 

@@ -7,9 +7,9 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 
 #include "fileio.h"
+#include "platform/uniquefd.h"
 #include "text.h"
 #include "zolbufferutil.h"
 #include "zolbufferutil/internal/zolplanegeometry.h"
@@ -145,10 +145,7 @@ bool ReadNv21File(const std::string& path, uint32_t width, uint32_t height, Nv21
             SizeMismatch(path, static_cast<uint64_t>(std::max<int64_t>(actual, 0)), width, height);
         return false;
     }
-    struct Closer {
-        void operator()(FILE* file) const { std::fclose(file); }
-    };
-    std::unique_ptr<FILE, Closer> file(std::fopen(path.c_str(), "rb"));
+    zol::UniqueFile file(std::fopen(path.c_str(), "rb"));
     if (!file) {
         error = path + ": cannot open: " + ErrnoText();
         return false;

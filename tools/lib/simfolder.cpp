@@ -2,9 +2,10 @@
 
 #include <cstdio>
 #include <map>
-#include <memory>
+#include <utility>
 
 #include "fileio.h"
+#include "platform/uniquefd.h"
 #include "rawimage.h"
 #include "zolbufferutil/internal/zolplanegeometry.h"
 
@@ -55,10 +56,7 @@ bool ReadRequestInfo(const std::string& path, RequestInfo& info, std::string& er
         error = path + ": " + why;
         return false;
     }
-    struct Closer {
-        void operator()(FILE* file) const { std::fclose(file); }
-    };
-    std::unique_ptr<FILE, Closer> file(std::fopen(path.c_str(), "rb"));
+    zol::UniqueFile file(std::fopen(path.c_str(), "rb"));
     if (!file) {
         error = path + ": cannot open: " + ErrnoText();
         return false;

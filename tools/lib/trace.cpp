@@ -5,9 +5,10 @@
 #include <cinttypes>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 #include <set>
 #include <utility>
+
+#include "platform/uniquefd.h"
 
 namespace zoltool {
 
@@ -37,10 +38,6 @@ std::string_view NamePart(std::string_view message) {
     }
     return message.substr(0, end);
 }
-
-struct FileCloser {
-    void operator()(FILE* file) const { std::fclose(file); }
-};
 
 }  // namespace
 
@@ -107,7 +104,7 @@ void AppendJsonText(std::string& out, std::string_view text) {
 }
 
 bool WriteTrace(const std::string& path, const std::vector<LogLine>& lines, std::string& error) {
-    std::unique_ptr<FILE, FileCloser> file(std::fopen(path.c_str(), "wb"));
+    zol::UniqueFile file(std::fopen(path.c_str(), "wb"));
     if (!file) {
         error = path + ": cannot create: " + std::strerror(errno);
         return false;
@@ -168,7 +165,7 @@ bool WriteTrace(const std::string& path, const std::vector<LogLine>& lines, std:
     }
     out += "\n]}\n";
     std::fwrite(out.data(), 1, out.size(), file.get());
-    if (std::ferror(file.get()) != 0 || std::fclose(file.release()) != 0) {
+    if (std::ferror(file.get()) != 0 || zol::CloseFile(file) != 0) {
         error = path + ": write error: " + std::strerror(errno);
         return false;
     }

@@ -7,7 +7,8 @@
 #include <cstdint>
 #include <cstdio>
 #include <ctime>
-#include <memory>
+
+#include "platform/uniquefd.h"
 
 // 1 save, 2 replay, anything else off; read from the property when the library is loaded.
 extern int32_t ZOLAlgoSimulationMode;
@@ -29,15 +30,10 @@ void SaveFolderPath(char (&out)[kFolderPathBytes], const struct tm& local, long 
 void FrameFilePath(char (&out)[kFilePathBytes], const char* folder, uint32_t width, uint32_t height,
                    size_t index);
 
-struct FileCloser {
-    void operator()(FILE* file) const { fclose(file); }
-};
-using UniqueFile = std::unique_ptr<FILE, FileCloser>;
-
 // A file of a save folder opened for replay: the names come from a folder anyone may have
 // filled, so it is opened without blocking (a FIFO would wait for a writer for ever) and kept
 // only when it is a regular file. Null otherwise, which the callers treat as an open failure.
-UniqueFile OpenRegularForReading(const char* path);
+zol::UniqueFile OpenRegularForReading(const char* path);
 
 }  // namespace algosim
 }  // namespace zol

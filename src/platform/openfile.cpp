@@ -1,20 +1,11 @@
-#include "zoltoolsdef/internal/zolfd.h"
+#include "platform/openfile.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 
 namespace zol {
-
-UniqueFd::~UniqueFd() {
-    if (m_fd >= 0) {
-        const int savedErrno = errno;
-        ::close(m_fd);
-        errno = savedErrno;
-    }
-}
 
 UniqueFd Open(const char* path, int flags, mode_t mode) {
     int fd;
