@@ -16,6 +16,7 @@
 #include "progress.h"
 #include "rawimage.h"
 #include "trace.h"
+#include "zolalgosimulation/internal/zolsavefoldernames.h"
 
 namespace zoltool {
 
@@ -241,7 +242,7 @@ void RenderFrames(ReportData& data, const std::string& outDir, const Streams& io
 }  // namespace
 
 int64_t SaveFolderTime(const std::string& name, const LogStamp& reference) {
-    static const char kPrefix[] = "SimulationIntputInfo_";
+    constexpr auto& kPrefix = zol::algosim::kSaveFolderPrefix;
     const size_t start = sizeof(kPrefix) - 1;
     if (name.size() != start + 13 || name.compare(0, start, kPrefix) != 0 ||
         name.find_first_not_of("0123456789", start) != std::string::npos) {
