@@ -14,6 +14,7 @@
 
 #include "platform/properties.h"
 #include "zolalgosimulation/internal/zolalgosimulationinternal.h"
+#include "zolalgosimulation/internal/zolsavefoldernames.h"
 #include "zolbufferutil.h"
 #include "zolbuffermanager/internal/zolbufferpoolinternal.h"
 #include "zolbufferutil/internal/zolplanegeometry.h"
@@ -265,7 +266,7 @@ bool ZOLAlgoSimulation::saveSimulationInfo(std::vector<ZOLImageBuffer>& buffers,
     }
 
     char path[zol::algosim::kFilePathBytes];
-    snprintf(path, sizeof(path), "%srequestInfo%s", folder, ".bin");
+    snprintf(path, sizeof(path), "%s%s", folder, zol::algosim::kRequestInfoName);
     const bool result = writerRequestBuffer(buffers, path);
 
     for (size_t i = 0; i < buffers.size(); ++i) {
@@ -295,7 +296,7 @@ bool ZOLAlgoSimulation::saveSimulationInfo(std::vector<ZOLImageBuffer>& buffers,
         }
     }
 
-    snprintf(path, sizeof(path), "%sdatabase%s", folder, ".bin");
+    snprintf(path, sizeof(path), "%s%s", folder, zol::algosim::kDatabaseName);
     dumpDatabase(database, databaseSize, path);
     return result;
 }

@@ -70,16 +70,22 @@ zoltool::RenderMode RenderModeOf(bool asLibrary) {
     return asLibrary ? zoltool::RenderMode::kAsLibrary : zoltool::RenderMode::kStandard;
 }
 
+// A command that reads the files under one required PATH.
+CLI::App* AddPathCommand(CLI::App& app, const char* name, const char* description,
+                         std::string& path, const char* pathHelp) {
+    CLI::App* command = app.add_subcommand(name, description);
+    command->add_option("PATH", path, pathHelp)->required();
+    return command;
+}
+
 void AddInspect(CLI::App& app, CommandLine& line) {
-    CLI::App* inspectCmd = app.add_subcommand(
-        "inspect",
+    CLI::App* inspectCmd = AddPathCommand(
+        app, "inspect",
         "Show the request records, frame files (expected and actual size) and database "
-        "of simulation save folders");
-    inspectCmd
-        ->add_option("PATH", line.inspect.path,
-                     "A save folder (SimulationIntputInfo_...), the algosimulation folder holding "
-                     "them, or a device root")
-        ->required();
+        "of simulation save folders",
+        line.inspect.path,
+        "A save folder (SimulationIntputInfo_...), the algosimulation folder holding "
+        "them, or a device root");
     inspectCmd->add_option("--png", line.inspect.pngDir,
                            "Render every frame of format 0 or 1 to PNG under this directory "
                            "(one subdirectory per save folder)");
@@ -115,14 +121,11 @@ void AddConvert(CLI::App& app, CommandLine& line) {
 
 void AddLog(CLI::App& app, CommandLine& line) {
     zoltool::LogOptions& log = line.log;
-    CLI::App* logCmd = app.add_subcommand(
-        "log",
+    CLI::App* logCmd = AddPathCommand(
+        app, "log",
         "Merge the offline log files of a folder and print their lines in stamp order "
-        "(date, time, nanoseconds, thread id)");
-    logCmd
-        ->add_option("PATH", log.path,
-                     "The offline log folder, a device root, or one ZOLOfflineLog_... file")
-        ->required();
+        "(date, time, nanoseconds, thread id)",
+        log.path, "The offline log folder, a device root, or one ZOLOfflineLog_... file");
     CLI::Option* levelOption = logCmd->add_option("--level", line.levels,
                                                   "Only these levels, e.g. E,W or EWD (E W D I V)");
     logCmd->add_option("--pid", log.filter.pids, "Only lines of this process id (repeatable)");
@@ -161,15 +164,13 @@ void AddLog(CLI::App& app, CommandLine& line) {
 }
 
 void AddReport(CLI::App& app, CommandLine& line) {
-    CLI::App* reportCmd = app.add_subcommand(
-        "report",
+    CLI::App* reportCmd = AddPathCommand(
+        app, "report",
         "Write one HTML page of a device dump: summary, timeline of the log's threads, errors "
-        "and warnings with context, save folders with their frames, counts, problems");
-    reportCmd
-        ->add_option("PATH", line.report.path,
-                     "A device root, the algosimulation folder or a save folder (the offline log "
-                     "beside it is read too), or an offline log folder")
-        ->required();
+        "and warnings with context, save folders with their frames, counts, problems",
+        line.report.path,
+        "A device root, the algosimulation folder or a save folder (the offline log "
+        "beside it is read too), or an offline log folder");
     reportCmd->add_option("-o,--output", line.report.outDir, "Write index.html and its images here")
         ->required();
     reportCmd->add_option("--from", line.report.from,

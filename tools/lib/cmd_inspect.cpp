@@ -58,7 +58,7 @@ int RunInspect(const InspectOptions& options, const Streams& io) {
         }
         problems += report.problems.count();
         for (const FrameReport& f : report.frames) {
-            renderable += Renderable(f) ? 1 : 0;
+            renderable += Renderable(f) ? 1U : 0U;
         }
     }
     std::fprintf(io.out, "%s, %s\n", Count(reports.size(), "save folder").c_str(),

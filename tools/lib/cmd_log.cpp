@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cctype>
 #include <chrono>
+#include <cstddef>
 #include <cstdio>
 #include <thread>
 
@@ -83,13 +84,14 @@ size_t PrintStatsTable(const LogOptions& options, const Streams& io,
         for (const auto& [name, bytes] : stats.managers) {
             // Names come from the file: escaped, so a column header cannot drive the terminal.
             const std::string header = EscapeControls(name);
-            auto column = std::find(rows[0].begin() + fixed, rows[0].end(), header);
-            if (column == rows[0].end()) {
+            const auto found = std::find(rows[0].begin() + static_cast<std::ptrdiff_t>(fixed),
+                                         rows[0].end(), header);
+            const auto column = static_cast<size_t>(found - rows[0].begin());
+            if (column == rows[0].size()) {
                 rows[0].push_back(header);
                 row.push_back("-");
-                column = rows[0].end() - 1;
             }
-            row[column - rows[0].begin()] = std::to_string(bytes);
+            row[column] = std::to_string(bytes);
         }
         rows.push_back(std::move(row));
     }
@@ -183,7 +185,7 @@ int RunLog(const LogOptions& options, const Streams& io) {
         printed = lines.size();
     } else {
         for (const LogLine& line : lines) {
-            printed += Print(options, io, line) ? 1 : 0;
+            printed += Print(options, io, line) ? 1U : 0U;
         }
     }
     std::fflush(io.out);

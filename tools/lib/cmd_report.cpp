@@ -16,6 +16,7 @@
 #include "progress.h"
 #include "rawimage.h"
 #include "trace.h"
+#include "zolalgosimulation/internal/zolsavefoldernames.h"
 
 namespace zoltool {
 
@@ -46,13 +47,13 @@ RgbaImage Shrink(const RgbaImage& image, uint32_t maxWidth, uint32_t maxHeight) 
             for (uint64_t sy = y0; sy < y1; ++sy) {
                 const uint8_t* row = image.pixels.data() + (sy * image.width) * 4;
                 for (uint64_t sx = x0; sx < x1; ++sx) {
-                    for (int c = 0; c < 4; ++c) {
+                    for (size_t c = 0; c < 4; ++c) {
                         sum[c] += row[sx * 4 + c];
                     }
                 }
             }
             const uint64_t n = (y1 - y0) * (x1 - x0);
-            for (int c = 0; c < 4; ++c) {
+            for (size_t c = 0; c < 4; ++c) {
                 small.pixels[(size_t{y} * small.width + x) * 4 + c] =
                     static_cast<uint8_t>((sum[c] + n / 2) / n);
             }
@@ -64,7 +65,8 @@ RgbaImage Shrink(const RgbaImage& image, uint32_t maxWidth, uint32_t maxHeight) 
 // A path component for a link: anything but letters, digits and "._-" percent-encoded.
 std::string UrlPart(const std::string& name) {
     std::string out;
-    for (unsigned char c : name) {
+    for (const char ch : name) {
+        const auto c = static_cast<unsigned char>(ch);
         if (std::isalnum(c) || c == '.' || c == '_' || c == '-') {
             out += static_cast<char>(c);
         } else {
@@ -199,7 +201,7 @@ void RenderFrames(ReportData& data, const std::string& outDir, const Streams& io
     size_t renderable = 0;
     for (const ReportFolder& folder : data.folders) {
         for (const FrameReport& frame : folder.report.frames) {
-            renderable += Renderable(frame) ? 1 : 0;
+            renderable += Renderable(frame) ? 1U : 0U;
         }
     }
     Progress progress(std::min(renderable, kMaxThumbnails), io.progress);
@@ -240,7 +242,7 @@ void RenderFrames(ReportData& data, const std::string& outDir, const Streams& io
 }  // namespace
 
 int64_t SaveFolderTime(const std::string& name, const LogStamp& reference) {
-    static const char kPrefix[] = "SimulationIntputInfo_";
+    constexpr auto& kPrefix = zol::algosim::kSaveFolderPrefix;
     const size_t start = sizeof(kPrefix) - 1;
     if (name.size() != start + 13 || name.compare(0, start, kPrefix) != 0 ||
         name.find_first_not_of("0123456789", start) != std::string::npos) {

@@ -369,11 +369,11 @@ void LaneMarks(std::string& out, const Lane& lane, int y, const ReportData& data
         std::vector<int> worst(kPlotWidth, 4);
         for (size_t index : lane.lines) {
             const LogLine& line = data.lines[index];
-            const int bin = scale.Bin(StampNanos(line.stamp));
+            const auto bin = static_cast<size_t>(scale.Bin(StampNanos(line.stamp)));
             ++count[bin];
             worst[bin] = std::min(worst[bin], LevelRank(line.level));
         }
-        for (int bin = 0; bin < kPlotWidth; ++bin) {
+        for (size_t bin = 0; bin < count.size(); ++bin) {
             if (count[bin] == 0) {
                 continue;
             }
@@ -383,7 +383,8 @@ void LaneMarks(std::string& out, const Lane& lane, int y, const ReportData& data
                                                    : 4;
             int top, height;
             MarkExtent(kLevels[worst[bin]], top, height);
-            Add(paths[{-worst[bin], density}], "M%d.5 %dv%d", kGutter + bin, y + top, height);
+            Add(paths[{-worst[bin], density}], "M%d.5 %dv%d", kGutter + static_cast<int>(bin), y + top,
+                height);
         }
     }
     for (const auto& [key, d] : paths) {
@@ -487,7 +488,7 @@ void Timeline(std::string& out, const ReportData& data, const Threads& threads,
                 found->second, line.level, x + 3, y + 13, found->second);
             out += HtmlText(TimeOfDay(StampNanos(line.stamp), 6) + " " + line.message, 160) +
                    "</title></text></a>\n";
-            freeFrom = x + 8 + 7 * std::to_string(found->second).size();
+            freeFrom = x + 8 + 7 * static_cast<double>(std::to_string(found->second).size());
         }
         out += "</g>\n";
     }
@@ -730,7 +731,7 @@ void BarChart(std::string& out, const char* id, const char* title, const std::ve
         id, kLabel + kBar + 70, height, kLabel + kBar + 70, height, title);
     for (size_t i = 0; i < bars.size(); ++i) {
         const int y = 24 + static_cast<int>(i) * kRow;
-        const double w = std::max(1.0, static_cast<double>(bars[i].value) * kBar / most);
+        const double w = std::max(1.0, static_cast<double>(bars[i].value) * kBar / static_cast<double>(most));
         Add(out, "<text x=\"%d\" y=\"%d\" text-anchor=\"end\">", kLabel - 6, y + 13);
         out += HtmlText(bars[i].label) + "</text>";
         Add(out, "<rect class=\"bar %s\" x=\"%d\" y=\"%d\" width=\"%.1f\" height=\"%d\"/>",

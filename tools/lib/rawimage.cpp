@@ -234,7 +234,7 @@ Nv21Image EncodeNv21(const RgbaImage& rgba, RenderMode mode) {
     }
     const int chromaWidth = (width + 1) / 2;
     const int chromaHeight = (height + 1) / 2;
-    std::vector<uint8_t> u(static_cast<size_t>(chromaWidth) * chromaHeight);
+    std::vector<uint8_t> u(static_cast<size_t>(chromaWidth) * static_cast<size_t>(chromaHeight));
     std::vector<uint8_t> v(u.size());
     libyuv::ABGRToJ420(rgba.pixels.data(), width * 4, image.y.data(), stride, u.data(), chromaWidth,
                        v.data(), chromaWidth, width, height);

@@ -2,24 +2,27 @@
 
 #include <cstdio>
 #include <map>
+#include <string>
 #include <utility>
 
 #include "fileio.h"
 #include "platform/uniquefd.h"
 #include "rawimage.h"
+#include "zolalgosimulation/internal/zolsavefoldernames.h"
 #include "zolbufferutil/internal/zolplanegeometry.h"
 
 namespace zoltool {
+
+using zol::algosim::kDatabaseName;
+using zol::algosim::kFrameFileFormat;
+using zol::algosim::kRequestInfoName;
+using zol::algosim::kSaveFolderPrefix;
 
 namespace {
 
 // Larger than any sensor or stream a save could describe; a record beyond it is garbage.
 constexpr uint32_t kMaxPlausibleDimension = 65536;
 constexpr uint32_t kMaxFormatCode = zol::kRawFormatCount - 1;
-
-const char* kRequestInfoName = "requestInfo.bin";
-const char* kDatabaseName = "database.bin";
-const char* kSaveFolderPrefix = "SimulationIntputInfo_";
 
 void CheckRecord(const RequestRecord& r, const std::string& where, Problems& problems) {
     if (r.format > kMaxFormatCode) {
@@ -108,7 +111,9 @@ std::vector<uint8_t> EncodeRequestInfo(const std::vector<RequestRecord>& records
 bool ParseFrameFileName(const std::string& name, uint32_t& width, uint32_t& height, int& index) {
     unsigned w = 0, h = 0;
     int i = -1, consumed = 0;
-    if (std::sscanf(name.c_str(), "inputFrameInfo_%ux%u_%d_.yuv%n", &w, &h, &i, &consumed) != 3 ||
+    // The whole name must match: %n tells where the format ended.
+    static const std::string format = std::string(kFrameFileFormat) + "%n";
+    if (std::sscanf(name.c_str(), format.c_str(), &w, &h, &i, &consumed) != 3 ||
         static_cast<size_t>(consumed) != name.size() || i < 0) {
         return false;
     }
@@ -187,7 +192,7 @@ std::map<int, FrameReport> FramesOnDisk(const std::string& path,
 void CheckRecordedFrame(const std::string& path, const RequestRecord& r, int index,
                         FrameReport& frame, Problems& problems) {
     char expectedName[96];
-    std::snprintf(expectedName, sizeof(expectedName), "inputFrameInfo_%ux%u_%d_.yuv", r.width,
+    std::snprintf(expectedName, sizeof(expectedName), kFrameFileFormat, r.width,
                   r.height, index);
     frame.hasRecord = true;
     frame.format = r.format;

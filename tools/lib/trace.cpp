@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstring>
 #include <set>
+#include <string>
 #include <utility>
 
 #include "platform/uniquefd.h"
@@ -125,21 +126,20 @@ bool WriteTrace(const std::string& path, const std::vector<LogLine>& lines, std:
         processes.insert(line.pid);
     }
     char head[160];
-    for (int pid : processes) {
+    // One metadata event naming a track: KIND is process_name or thread_name.
+    const auto nameTrack = [&](const char* kind, int pid, int tid, const std::string& name) {
         separate();
         std::snprintf(head, sizeof(head),
-                      "{\"ph\":\"M\",\"name\":\"process_name\",\"pid\":%d,\"tid\":%d,"
-                      "\"args\":{\"name\":\"pid %d\"}}",
-                      pid, pid, pid);
+                      "{\"ph\":\"M\",\"name\":\"%s\",\"pid\":%d,\"tid\":%d,"
+                      "\"args\":{\"name\":\"%s\"}}",
+                      kind, pid, tid, name.c_str());
         out += head;
+    };
+    for (int pid : processes) {
+        nameTrack("process_name", pid, pid, "pid " + std::to_string(pid));
     }
     for (const auto& [pid, tid] : threads) {
-        separate();
-        std::snprintf(head, sizeof(head),
-                      "{\"ph\":\"M\",\"name\":\"thread_name\",\"pid\":%d,\"tid\":%d,"
-                      "\"args\":{\"name\":\"%d\"}}",
-                      pid, tid, tid);
-        out += head;
+        nameTrack("thread_name", pid, tid, std::to_string(tid));
     }
     const int64_t origin = lines.empty() ? 0 : StampNanos(lines.front().stamp);
     for (const LogLine& line : lines) {
