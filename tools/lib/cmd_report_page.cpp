@@ -383,8 +383,8 @@ void LaneMarks(std::string& out, const Lane& lane, int y, const ReportData& data
                                                    : 4;
             int top, height;
             MarkExtent(kLevels[worst[bin]], top, height);
-            Add(paths[{-worst[bin], density}], "M%d.5 %dv%d", kGutter + static_cast<int>(bin), y + top,
-                height);
+            Add(paths[{-worst[bin], density}], "M%d.5 %dv%d", kGutter + static_cast<int>(bin),
+                y + top, height);
         }
     }
     for (const auto& [key, d] : paths) {
@@ -731,7 +731,8 @@ void BarChart(std::string& out, const char* id, const char* title, const std::ve
         id, kLabel + kBar + 70, height, kLabel + kBar + 70, height, title);
     for (size_t i = 0; i < bars.size(); ++i) {
         const int y = 24 + static_cast<int>(i) * kRow;
-        const double w = std::max(1.0, static_cast<double>(bars[i].value) * kBar / static_cast<double>(most));
+        const double w =
+            std::max(1.0, static_cast<double>(bars[i].value) * kBar / static_cast<double>(most));
         Add(out, "<text x=\"%d\" y=\"%d\" text-anchor=\"end\">", kLabel - 6, y + 13);
         out += HtmlText(bars[i].label) + "</text>";
         Add(out, "<rect class=\"bar %s\" x=\"%d\" y=\"%d\" width=\"%.1f\" height=\"%d\"/>",

@@ -213,7 +213,8 @@ bool LogFollower::ReadFrom(const std::string& path, std::vector<LogLine>& lines,
         m_offset += got;
         const char* end = chunk + got;
         for (const char* p = chunk; p < end;) {
-            const char* nl = static_cast<const char*>(std::memchr(p, '\n', static_cast<size_t>(end - p)));
+            const char* nl =
+                static_cast<const char*>(std::memchr(p, '\n', static_cast<size_t>(end - p)));
             m_partial.append(p, nl != nullptr ? nl : end);
             if (nl != nullptr) {
                 ++m_lineNumber;

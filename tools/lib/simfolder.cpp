@@ -109,16 +109,15 @@ std::vector<uint8_t> EncodeRequestInfo(const std::vector<RequestRecord>& records
 }
 
 bool ParseFrameFileName(const std::string& name, uint32_t& width, uint32_t& height, int& index) {
-    unsigned w = 0, h = 0;
-    int i = -1, consumed = 0;
+    int w = 0, h = 0, i = -1, consumed = 0;
     // The whole name must match: %n tells where the format ended.
     static const std::string format = std::string(kFrameFileFormat) + "%n";
     if (std::sscanf(name.c_str(), format.c_str(), &w, &h, &i, &consumed) != 3 ||
         static_cast<size_t>(consumed) != name.size() || i < 0) {
         return false;
     }
-    width = w;
-    height = h;
+    width = static_cast<uint32_t>(w);
+    height = static_cast<uint32_t>(h);
     index = i;
     return true;
 }
@@ -192,8 +191,8 @@ std::map<int, FrameReport> FramesOnDisk(const std::string& path,
 void CheckRecordedFrame(const std::string& path, const RequestRecord& r, int index,
                         FrameReport& frame, Problems& problems) {
     char expectedName[96];
-    std::snprintf(expectedName, sizeof(expectedName), kFrameFileFormat, r.width,
-                  r.height, index);
+    std::snprintf(expectedName, sizeof(expectedName), kFrameFileFormat, static_cast<int>(r.width),
+                  static_cast<int>(r.height), index);
     frame.hasRecord = true;
     frame.format = r.format;
     frame.expected = RawFrameBytes(r.format, r.width, r.height);

@@ -9,9 +9,9 @@ namespace algosim {
 inline constexpr char kSaveFolderPrefix[] = "SimulationIntputInfo_";
 inline constexpr char kRequestInfoName[] = "requestInfo.bin";
 inline constexpr char kDatabaseName[] = "database.bin";
-// A frame file's name, for printf and scanf alike: width and height (unsigned), then the image's
-// index (int).
-inline constexpr char kFrameFileFormat[] = "inputFrameInfo_%ux%u_%d_.yuv";
+// A frame file's name, for printf and scanf alike: width, height and the image's index, each an
+// int (the save has always written the sizes as ints, so tools that parse the names expect it).
+inline constexpr char kFrameFileFormat[] = "inputFrameInfo_%dx%d_%d_.yuv";
 
 }  // namespace algosim
 }  // namespace zol
