@@ -17,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/uniquefd.h"
 #include "zolbufferutil.h"
 
 namespace {
@@ -116,9 +117,8 @@ void BM_WriteOnce(benchmark::State& state) {
     const size_t bytes = size_t(state.range(0)) * state.range(1) * 3 / 2;
     std::vector<uint8_t> data(bytes, 0x5A);
     for (auto _ : state) {
-        const int fd = open(ScratchFile().c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        benchmark::DoNotOptimize(write(fd, data.data(), bytes));
-        close(fd);
+        const zol::UniqueFd fd(open(ScratchFile().c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644));
+        benchmark::DoNotOptimize(write(fd.get(), data.data(), bytes));
     }
     SetBytes(state, bytes);
 }
@@ -138,14 +138,12 @@ void BM_ReadOnce(benchmark::State& state) {
     const size_t bytes = size_t(state.range(0)) * state.range(1) * 3 / 2;
     std::vector<uint8_t> data(bytes, 0x5A);
     {
-        const int fd = open(ScratchFile().c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        benchmark::DoNotOptimize(write(fd, data.data(), bytes));
-        close(fd);
+        const zol::UniqueFd fd(open(ScratchFile().c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644));
+        benchmark::DoNotOptimize(write(fd.get(), data.data(), bytes));
     }
     for (auto _ : state) {
-        const int fd = open(ScratchFile().c_str(), O_RDONLY);
-        benchmark::DoNotOptimize(read(fd, data.data(), bytes));
-        close(fd);
+        const zol::UniqueFd fd(open(ScratchFile().c_str(), O_RDONLY));
+        benchmark::DoNotOptimize(read(fd.get(), data.data(), bytes));
         benchmark::ClobberMemory();
     }
     SetBytes(state, bytes);

@@ -23,6 +23,7 @@
 #include <thread>
 #include <vector>
 
+#include "platform/uniquefd.h"
 #include "soak_process.h"
 #include "soak_workload.h"
 #include "zolofflinelog.h"
@@ -79,13 +80,12 @@ void CountAndroidLine(const struct __android_logger_data*, const char*) {
 // Lines of the files in `dir` that carry the soak's mark.
 uint64_t CountMarkedLines(const std::string& dir) {
     std::vector<std::string> names;
-    if (DIR* listing = opendir(dir.c_str())) {
-        while (const dirent* entry = readdir(listing)) {
+    if (const zol::UniqueDir listing{opendir(dir.c_str())}) {
+        while (const dirent* entry = readdir(listing.get())) {
             if (entry->d_name[0] != '.') {
                 names.emplace_back(entry->d_name);
             }
         }
-        closedir(listing);
     }
     uint64_t count = 0;
     for (const std::string& name : names) {

@@ -7,55 +7,54 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "platform/uniquefd.h"
+
 namespace soak {
 
 long ResidentKiB() {
-    FILE* status = std::fopen("/proc/self/status", "r");
-    if (status == nullptr) {
+    const zol::UniqueFile status(std::fopen("/proc/self/status", "r"));
+    if (!status) {
         return 0;
     }
     long kib = 0;
     char line[256];
-    while (std::fgets(line, sizeof(line), status) != nullptr) {
+    while (std::fgets(line, sizeof(line), status.get()) != nullptr) {
         if (std::strncmp(line, "VmRSS:", 6) == 0) {
             kib = std::strtol(line + 6, nullptr, 10);
             break;
         }
     }
-    std::fclose(status);
     return kib;
 }
 
 int OpenDescriptors() {
-    DIR* dir = opendir("/proc/self/fd");
-    if (dir == nullptr) {
+    const zol::UniqueDir dir(opendir("/proc/self/fd"));
+    if (!dir) {
         return -1;
     }
     int count = 0;
-    while (const dirent* entry = readdir(dir)) {
+    while (const dirent* entry = readdir(dir.get())) {
         if (entry->d_name[0] != '.') {
             ++count;
         }
     }
-    closedir(dir);
     return count - 1;  // the listing's own descriptor
 }
 
 int SharedMappings() {
-    FILE* maps = std::fopen("/proc/self/maps", "r");
-    if (maps == nullptr) {
+    const zol::UniqueFile maps(std::fopen("/proc/self/maps", "r"));
+    if (!maps) {
         return -1;
     }
     int shared = 0;
     char line[512];
     bool lineStart = true;
-    while (std::fgets(line, sizeof(line), maps) != nullptr) {
+    while (std::fgets(line, sizeof(line), maps.get()) != nullptr) {
         // "start-end perms ...": the fourth permission letter. Long lines come in pieces.
         const char* perms = lineStart ? std::strchr(line, ' ') : nullptr;
         shared += perms != nullptr && std::strlen(perms) > 4 && perms[4] == 's';
         lineStart = std::strchr(line, '\n') != nullptr;
     }
-    std::fclose(maps);
     return shared;
 }
 
