@@ -5,9 +5,11 @@
 // non-zero on a broken invariant (a block in two holders' hands, a block lost or counted busy
 // after its free, more than ten free blocks of a size), descriptors that grow (or, with
 // mappings, are not all given back once every manager is gone), steady RSS growth, or
-// offline-log lines that did not reach their file. ctest runs it for a few seconds.
+// offline-log lines that did not reach their file, or reached it twice or torn. ctest runs it
+// for a few seconds, with lines long enough to cross file rotations.
 //
 //   zol_soak [--threads N] [--seconds T] [--warmup S] [--max-rss-growth-mib M] [--log-level L]
+//            [--line-bytes B]
 //
 // Offline log files go to a temporary device root (ZOL_DEVICE_ROOT), removed at the end.
 #include <android/log.h>
@@ -38,6 +40,7 @@ struct Options {
     double warmup = -1;  // default: a tenth of the run, at least one second
     long maxRssGrowthMiB = 32;
     int logLevel = 2;
+    long lineBytes = 0;  // padding added to every soak line
 };
 
 bool ParseOptions(int argc, char** argv, Options* out) {
@@ -57,6 +60,8 @@ bool ParseOptions(int argc, char** argv, Options* out) {
             out->maxRssGrowthMiB = std::atol(value);
         } else if (arg == "--log-level") {
             out->logLevel = std::atoi(value);
+        } else if (arg == "--line-bytes") {
+            out->lineBytes = std::atol(value);
         } else {
             return false;
         }
@@ -64,7 +69,7 @@ bool ParseOptions(int argc, char** argv, Options* out) {
     if (out->warmup < 0) {
         out->warmup = std::max(1.0, out->seconds / 10);
     }
-    return out->threads > 0 && out->seconds > 0;
+    return out->threads > 0 && out->seconds > 0 && out->lineBytes >= 0 && out->lineBytes < 1900;
 }
 
 // Descriptors in use swing by dozens while the soak runs (held DMA buffers, the pool's free
@@ -77,8 +82,8 @@ void CountAndroidLine(const struct __android_logger_data*, const char*) {
     g_androidLines.fetch_add(1, std::memory_order_relaxed);
 }
 
-// Lines of the files in `dir` that carry the soak's mark.
-uint64_t CountMarkedLines(const std::string& dir) {
+// Lines of the files in `dir` that carry the soak's mark, whole; `files` is how many there are.
+uint64_t CountMarkedLines(const std::string& dir, size_t* files) {
     std::vector<std::string> names;
     if (const zol::UniqueDir listing{opendir(dir.c_str())}) {
         while (const dirent* entry = readdir(listing.get())) {
@@ -87,11 +92,15 @@ uint64_t CountMarkedLines(const std::string& dir) {
             }
         }
     }
+    *files = names.size();
     uint64_t count = 0;
     for (const std::string& name : names) {
         std::ifstream file(dir + "/" + name);
         for (std::string line; std::getline(file, line);) {
-            count += line.find(soak::Workload::kLineMark) != std::string::npos;
+            // A line cut short, or two run together, loses its end mark or holds two.
+            const size_t mark = line.find(soak::Workload::kLineMark);
+            count += mark != std::string::npos && line.rfind(soak::Workload::kLineMark) == mark &&
+                     line.size() > 4 && line.compare(line.size() - 4, 4, " end") == 0;
         }
     }
     return count;
@@ -108,7 +117,7 @@ int main(int argc, char** argv) {
     if (!ParseOptions(argc, argv, &options)) {
         std::fprintf(stderr,
                      "usage: %s [--threads N] [--seconds T] [--warmup S] "
-                     "[--max-rss-growth-mib M] [--log-level L]\n",
+                     "[--max-rss-growth-mib M] [--log-level L] [--line-bytes B]\n",
                      argv[0]);
         return 2;
     }
@@ -146,7 +155,7 @@ int main(int argc, char** argv) {
     std::string firstViolation;
     double opsPerSecond = 0;
     {
-        soak::Workload workload;
+        soak::Workload workload(static_cast<size_t>(options.lineBytes));
         std::atomic<bool> stop{false};
         std::vector<std::thread> threads;
         for (int i = 0; i < options.threads; ++i) {
@@ -229,11 +238,12 @@ int main(int argc, char** argv) {
         ++failures;
     }
 
-    const uint64_t written = CountMarkedLines(logDir);
+    size_t files = 0;
+    const uint64_t written = CountMarkedLines(logDir, &files);
     std::printf(
-        "offline log: %llu lines logged, %llu in the files, dropped %llu (no memory) and %llu "
-        "(no file); %llu Android log lines\n",
-        static_cast<unsigned long long>(logged), static_cast<unsigned long long>(written),
+        "offline log: %llu lines logged, %llu whole in %zu files, dropped %llu (no memory) and "
+        "%llu (no file); %llu Android log lines\n",
+        static_cast<unsigned long long>(logged), static_cast<unsigned long long>(written), files,
         static_cast<unsigned long long>(log->DroppedLinesNoMemory()),
         static_cast<unsigned long long>(log->DroppedLinesNoFile()),
         static_cast<unsigned long long>(g_androidLines.load()));

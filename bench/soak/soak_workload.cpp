@@ -138,8 +138,10 @@ public:
             SignalTask();
         } else if (r < 95) {
             SubmitPoolTask();
-        } else if (r < 97) {
+        } else if (r < 96) {
             ReadPsi();
+        } else if (r == 96) {
+            CheckStats();
         } else if (r == 97) {
             ShortLivedManager();
         } else {
@@ -244,24 +246,29 @@ private:
 
     void Log() {
         const unsigned long long n = m_lines++;
+        const std::string& padding = m_w.linePadding();
+        const char* pad = padding.c_str();
+        // The debug log formats into 1,024 bytes: its lines take at most 900 of the padding.
+        const char* debugPad = pad + (padding.size() > 900 ? padding.size() - 900 : 0);
         switch (m_random() % 4) {
             case 0:
-                ZOLDebugLogD("%s thread %d line %llu", Workload::kLineMark, m_index, n);
+                ZOLDebugLogD("%s thread %d line %llu%s end", Workload::kLineMark, m_index, n,
+                             debugPad);
                 m_counts.debugLines.fetch_add(1);
                 break;
             case 1:
-                ZOLDebugLogW("%s thread %d line %llu with %%s and %%n", Workload::kLineMark,
-                             m_index, n);
+                ZOLDebugLogW("%s thread %d line %llu with %%s and %%n%s end", Workload::kLineMark,
+                             m_index, n, debugPad);
                 m_counts.debugLines.fetch_add(1);
                 break;
             case 2:
-                ZOLOfflineLog::ZOLOfflineLogI("%s thread %d line %llu", Workload::kLineMark,
-                                              m_index, n);
+                ZOLOfflineLog::ZOLOfflineLogI("%s thread %d line %llu%s end", Workload::kLineMark,
+                                              m_index, n, pad);
                 m_counts.offlineLines.fetch_add(1);
                 break;
             default:
-                ZOLOfflineLog::ZOLOfflineLogVCapture("%s thread %d line %llu", Workload::kLineMark,
-                                                     m_index, n);
+                ZOLOfflineLog::ZOLOfflineLogVCapture("%s thread %d line %llu%s end",
+                                                     Workload::kLineMark, m_index, n, pad);
                 m_counts.offlineLines.fetch_add(1);
                 break;
         }
@@ -339,6 +346,19 @@ private:
         m_counts.psiReads.fetch_add(1);
     }
 
+    // The pool's figures are one instant, whatever the other threads do: what it holds is busy
+    // plus free, and busy never passes its peak.
+    void CheckStats() {
+        const ZOLBufferPoolStats stats = ZOLBufferPool::GetStats();
+        for (int type = 0; type < 2; ++type) {
+            if (stats.heldBytes[type] != stats.busyBytes[type] + stats.freeBytes[type] ||
+                stats.busyBytes[type] > stats.peakBusyBytes[type]) {
+                m_w.Violation("the pool's figures are not those of one instant");
+            }
+        }
+        ZOLBufferPool::LogStats();
+    }
+
     void ShortLivedManager() {
         ZOLBufferManager manager("soak-short");
         void* address = nullptr;
@@ -392,7 +412,7 @@ uint64_t Counts::Operations() const {
            poolTasks + psiReads + shortManagers;
 }
 
-Workload::Workload() {
+Workload::Workload(size_t linePadding) : m_linePadding(linePadding, '.') {
     m_pool.Init(4);
 }
 
@@ -449,6 +469,10 @@ size_t Workload::CheckPool() {
         if (!ZOLBufferPool::m_busyBufferList.empty()) {
             Violation("the pool counts blocks as busy that every holder freed");
         }
+    }
+    const ZOLBufferPoolStats stats = ZOLBufferPool::GetStats();
+    if (stats.busyBytes[0] + stats.busyBytes[1] != 0 || stats.busyCount[0] + stats.busyCount[1]) {
+        Violation("the pool's figures count blocks as busy that every holder freed");
     }
     size_t freeDma = 0;
     std::lock_guard<std::mutex> lock(ZOLBufferPool::m_freeBufferListLock);

@@ -33,7 +33,8 @@ struct Counts {
 
 class Workload {
 public:
-    Workload();
+    // Every soak line carries `linePadding` more bytes (long lines cross file rotations sooner).
+    explicit Workload(size_t linePadding = 0);
     ~Workload();
 
     // The body of soak thread `index`; returns when `stop` is set, with everything it holds
@@ -44,6 +45,7 @@ public:
     bool DrainPool();
 
     Counts& counts() { return m_counts; }
+    const std::string& linePadding() const { return m_linePadding; }
     // The text of the first violation, for the report.
     std::string FirstViolation() const;
 
@@ -60,14 +62,15 @@ public:
     void BlockOut(const void* block);
     void BlockBack(const void* block);
 
-    // Once the threads are done: the ledger and the pool's busy list are empty and no size and
-    // type has more than ten free blocks (each broken rule is a violation). Gives the number of
-    // free DMA blocks, each of which holds a descriptor and a shared mapping until the last
-    // manager goes.
+    // Once the threads are done: the ledger, the pool's busy list and its busy figures are empty
+    // and no size and type has more than ten free blocks (each broken rule is a violation). Gives
+    // the number of free DMA blocks, each of which holds a descriptor and a shared mapping until
+    // the last manager goes.
     size_t CheckPool();
 
 private:
     Counts m_counts;
+    const std::string m_linePadding;
     ZOLBufferManager m_shared{"soak-shared"};  // used by every thread
     ZOLThreadPool m_pool;
     mutable std::mutex m_violationMutex;

@@ -2,10 +2,8 @@
 
 #include <android/log.h>
 #include <fcntl.h>
-#include <ftw.h>
 #include <signal.h>
 #include <sys/resource.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -168,16 +166,15 @@ TempDir::~TempDir() {
 
 std::string TempDir::MakeDir(const std::string& name) const {
     const std::string full = *this / name;
-    for (size_t pos = m_path.size(); pos != std::string::npos;) {
-        pos = full.find('/', pos + 1);
-        mkdir(full.substr(0, pos).c_str(), 0755);
-    }
+    std::error_code error;  // a case may make a path that cannot be made
+    std::filesystem::create_directories(full, error);
     return full;
 }
 
 std::string TempDir::WriteFile(const std::string& name, const std::string& contents) const {
     const std::string full = *this / name;
-    MakeDir(full.substr(m_path.size(), full.rfind('/') - m_path.size()));
+    std::error_code error;
+    std::filesystem::create_directories(std::filesystem::path(full).parent_path(), error);
     std::ofstream(full, std::ios::binary | std::ios::trunc) << contents;
     return full;
 }
@@ -303,10 +300,8 @@ std::string Address(const void* p) {
 }
 
 void RemoveTree(const std::string& path) {
-    nftw(
-        path.c_str(),
-        [](const char* p, const struct stat*, int, struct FTW*) { return ::remove(p); }, 16,
-        FTW_DEPTH | FTW_PHYS);
+    std::error_code error;  // what cannot be removed stays
+    std::filesystem::remove_all(path, error);
 }
 
 std::string ReadFile(const std::string& path) {

@@ -1,6 +1,7 @@
 // The offline log, switched on by its property (CMakeLists.txt) unless a test says otherwise:
 // the lines as `zoltools log` reads them, cuts, files, rotation, the file cap, the memory pool,
-// the switch, exit with lines queued, many threads at once. Every TEST is a process of its own.
+// the switch, exit with lines queued. Many threads at once across rotations are the soak's
+// (bench/soak). Every TEST is a process of its own.
 #include <gtest/gtest.h>
 
 #include <unistd.h>
@@ -10,7 +11,6 @@
 #include <cstdlib>
 #include <ctime>
 #include <mutex>
-#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -330,36 +330,6 @@ TEST(OfflineLog, ProcessExitingWithLinesQueuedExitsCleanly) {
     for (const zoltool::LogLine& line : lines) {
         ASSERT_TRUE(zoltest::MatchesPattern(line.message, "queued # " + std::string(200, 'q')));
     }
-}
-
-// Threads logging at once across file rotations: every line reaches the files once and whole.
-TEST(OfflineLog, EveryLineOnceAndWholeAcrossRotations) {
-    const std::string pad(1800, '.');  // 4 x 4,000 lines of 1,900 bytes: three files and more
-    LogRoot root;
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([t, &pad] {
-            for (int i = 0; i < 4000; ++i) {
-                L::ZOLOfflineLogI("T%d L%06d %s end", t, i, pad.c_str());
-                if (i % 1000 == 999) {
-                    Log()->WaitForQueuedLines();  // bounds the queue
-                }
-            }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-    ASSERT_TRUE(Log()->WaitForQueuedLines());
-    EXPECT_LE(2u, root.Files().size()) << "the lines must cross a rotation";
-    std::vector<zoltool::DamagedLine> damaged;
-    std::set<std::string> seen;
-    for (const zoltool::LogLine& line : zoltest::ReadOfflineLog(root.Dir(), &damaged)) {
-        ASSERT_TRUE(zoltest::MatchesPattern(line.message, "T# L# " + pad + " end")) << line.text;
-        ASSERT_TRUE(seen.insert(line.message).second) << "written twice: " << line.text;
-    }
-    EXPECT_TRUE(damaged.empty()) << damaged.front().Describe();
-    EXPECT_EQ(16000u, seen.size());
 }
 
 }  // namespace
