@@ -251,7 +251,9 @@ TEST(BufferLog, EveryLineAsToolsParseIt) {
     ASSERT_TRUE(m->AllocBuffer(image, kHeap));
     EXPECT_TRUE(m->FreeBuffer(image));
     ASSERT_TRUE(m->AllocBuffer(dma, kDma));
-    ZOLImageBuffer many = dma, none = {};
+    EXPECT_TRUE(dma.fd[0] > 0 && dma.fd[1] > 0 && dma.fd[0] != dma.fd[1]) << "each plane's own";
+    ZOLImageBuffer many = dma, none = {}, noWidth = Image(0, 64, 48);
+    noWidth.width = 0;  // any one size of 0 is refused
     many.numberOfPlanes = 9;
     EXPECT_EQ(1u, log.Count("Addr0: " + zoltest::Address(dma.Addr[0]) +
                             ", Addr1: " + zoltest::Address(dma.Addr[1]) +
@@ -265,7 +267,7 @@ TEST(BufferLog, EveryLineAsToolsParseIt) {
     EXPECT_EQ(0u, tiny.numberOfPlanes);
     for (auto [refused, type] :
          {std::make_pair(Image(3, 64, 48), kHeap), std::make_pair(Image(0, 64, 0), kHeap),
-          std::make_pair(Image(0, 0, 48), kDma),
+          std::make_pair(Image(0, 0, 48), kDma), std::make_pair(noWidth, kHeap),
           std::make_pair(Image(0, 64, 48), ZOLBufferType(2))}) {
         EXPECT_FALSE(m->AllocBuffer(refused, type));
         EXPECT_EQ(0u, refused.numberOfPlanes);
@@ -316,7 +318,7 @@ TEST(BufferLog, EveryLineAsToolsParseIt) {
         {2, "E M AllocBuffer: Alloc buffer failed, get buffer from pool is NULL!"},
         {1, "E M AllocBuffer: Get repetitive buffer from buffer pool: @"},
         {7, "D M AllocBuffer: Alloc buffer success, get buffer from pool: @"},
-        {2, "E M AllocBuffer: Alloc buffer fail, invalid size args"},
+        {3, "E M AllocBuffer: Alloc buffer fail, invalid size args"},
         {1, "D M GetImgBufferSize: Get img buffer size fail, unsupport format: 3"},
         {1, "E M AllocBuffer: Alloc buffer fail, get buffer size fail"},
         {2, "E M AllocBuffer: Alloc buffer fail, can not alloc new buf: size: #, type: #"},

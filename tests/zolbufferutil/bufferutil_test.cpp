@@ -56,6 +56,9 @@ TEST(BufferCopy, SourceRowsLandInTheDestinationsRowsAndNothingElseMoves) {
             }
         }
     }
+    TestImage one(0, 4, 2, 4, 96, 1);
+    EXPECT_FALSE(ZOLBufferUtil::ZOLBufferCopy(&one.buffer, nullptr));
+    EXPECT_FALSE(ZOLBufferUtil::ZOLBufferCopy(nullptr, &one.buffer));
 }
 
 // The raw-file geometry of every format code for an 8-wide image: bytes per row of each plane

@@ -75,6 +75,7 @@ TEST(DiagChecks, ReturnValueAgainstAListOfCodes) {
     EXPECT_FALSE(DiagUtils::CheckRetValue(4, some) || DiagUtils::CheckRetValue(0, none));
     EXPECT_TRUE(DiagUtils::CheckRetValueNot(4, some) && DiagUtils::CheckRetValueNot(0, none));
     EXPECT_FALSE(DiagUtils::CheckRetValueNot(1, some) || DiagUtils::CheckRetValueNot(3, some));
+    EXPECT_TRUE(DiagUtils::CheckRetValueNot(4, 3) && !DiagUtils::CheckRetValueNot(3, 3));
 }
 
 // The low halves of the sub-mode words of the first seven entries (offsets 8, 16, ... 56) are
