@@ -263,8 +263,10 @@ void ZOLOfflineLog::PushLogToLogPool(const char* msg, ZOLOfflineLogLevel level, 
     const ZOLThreadPoolTask task = {ZOLThreadPool::kCmdRun, &ZOLOfflineLog::SaveLog, block,
                                     static_cast<uint32_t>(kLineBlockSize),
                                     static_cast<uint32_t>(tid)};
+    bool wasEmpty = false;
     try {
         ZOLMutexLocker lock(m_threadPool.m_taskMutex);
+        wasEmpty = m_threadPool.m_taskList.empty();
         m_threadPool.m_taskList.push_back(task);
     } catch (const std::bad_alloc&) {
         // No memory for the queue's node either: dropped like a line without a block.
@@ -272,7 +274,12 @@ void ZOLOfflineLog::PushLogToLogPool(const char* msg, ZOLOfflineLogLevel level, 
         m_droppedNoMemory.fetch_add(1, std::memory_order_relaxed);
         return;
     }
-    m_threadPool.m_taskCond.notify_one();
+    // Lines behind others are for the worker that takes the one before to pass on: a notify
+    // can make the caller wait until workers it woke earlier (at background priority) have run,
+    // which in a burst was most of a slow line's time.
+    if (wasEmpty) {
+        m_threadPool.m_taskCond.notify_one();
+    }
 }
 
 void ZOLOfflineLog::SaveLog(void* data, unsigned int size) {

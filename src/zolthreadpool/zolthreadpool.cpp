@@ -213,6 +213,13 @@ bool ZOLThreadPool::GetTaskFromList(ZOLThreadPoolTask& task) {
     }
     task = m_taskList.front();
     m_taskList.pop_front();
+    const bool more = !m_taskList.empty();
+    lock.unlock();
+    if (more) {
+        // A submitter that found the list busy may not have woken anyone for what it added
+        // (the offline log's callers do not): the next idle worker is woken from here.
+        m_taskCond.notify_one();
+    }
     return true;
 }
 

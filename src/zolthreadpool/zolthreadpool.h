@@ -12,7 +12,9 @@
 //   pool.m_taskCond.notify_one();
 //
 // Records are taken in submission order, each by exactly one worker; with several workers the
-// tasks overlap and may finish in any order. The pool writes no log lines.
+// tasks overlap and may finish in any order. A worker that takes a record and leaves others
+// pending wakes one more waiter, so a submitter that appends to a list that was not empty may
+// skip its notify: the workers wake each other. The pool writes no log lines.
 //
 // Ownership: a record's argument block is allocated with malloc by the submitter and from then
 // on belongs to the pool, which frees it after the task ran or when it drops the record, with
