@@ -2,7 +2,8 @@
 // replaced in this program and forward to the C library's own (__libc_malloc ...) unless told
 // to fail (sanitizer builds replace malloc themselves: there this program is not built). A
 // caller whose line block cannot be allocated loses that line, silently and counted, and
-// nothing else on its side of the road allocates; logging goes on once memory is back.
+// nothing else on its side of the road allocates; logging goes on once memory is back. Raw
+// files are written and read without the heap too.
 #include <android/log.h>
 #include <gtest/gtest.h>
 
@@ -11,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "zolbufferutil.h"
 #include "zolofflinelog.h"
 #include "zoltest.h"
 #include "zoltoolsdef.h"
@@ -72,6 +74,23 @@ TEST(MallocFailure, LineWhoseBlockCannotBeAllocatedIsDroppedAndCounted) {
     }
     EXPECT_EQ((std::vector<std::string>{"first line, opens the file", "debug line after 4"}),
               written);
+}
+
+// Without memory for their lists of rows, dump and read-back still move every row, a few dozen
+// a system call from a list on the stack.
+TEST(MallocFailure, DumpAndReadBackWithoutTheHeapMoveEveryRow) {
+    zoltest::TempDir dir;
+    std::string path = dir / "frame";
+    zoltest::TestImage image(ZOL_IMAGE_FORMAT_YUV420SP, 64, 400, 80, 80 * 400, 1);
+    zoltest::TestImage back(ZOL_IMAGE_FORMAT_YUV420SP, 64, 400, 80, 80 * 400, 2);
+    t_failing = true;
+    const bool done = ZOLBufferUtil::ZOLBufferDump(&image.buffer, path.c_str()) &&
+                      ZOLBufferUtil::ZOLReadBuffer(&back.buffer, &path[0]);
+    t_failing = false;
+    EXPECT_TRUE(done);
+    EXPECT_LT(0u, g_failed.load()) << "the lists of rows were asked for";
+    EXPECT_EQ(image.Rows(0, 400, 64) + image.Rows(1, 200, 64),
+              back.Rows(0, 400, 64) + back.Rows(1, 200, 64));
 }
 
 }  // namespace

@@ -197,16 +197,18 @@ void PoolStop() {
     EXPECT_TRUE(pool.m_workers.empty());
 }
 
-// Dump and read back a 64x48 NV21 image, with stride padding and without.
+// Dump and read back a 64x1400 NV21 image (2,100 rows: more than one system call takes), with
+// stride padding and without.
 void* DumpAndRead(void*) {
     const std::string path = "/tmp/zolfaults-stack-" + std::to_string(getpid());
+    constexpr uint32_t h = 1400;
     for (const uint32_t stride : {80u, 64u}) {
-        zoltest::TestImage image(ZOL_IMAGE_FORMAT_YUV420SP, 64, 48, stride, stride * 48, 1);
-        zoltest::TestImage back(ZOL_IMAGE_FORMAT_YUV420SP, 64, 48, stride, stride * 48, 2);
+        zoltest::TestImage image(ZOL_IMAGE_FORMAT_YUV420SP, 64, h, stride, stride * h, 1);
+        zoltest::TestImage back(ZOL_IMAGE_FORMAT_YUV420SP, 64, h, stride, stride * h, 2);
         g_count += ZOLBufferUtil::ZOLBufferDump(&image.buffer, path.c_str()) &&
                    ZOLBufferUtil::ZOLReadBuffer(&back.buffer, &std::string(path)[0]) &&
-                   image.Rows(0, 48, 64) == back.Rows(0, 48, 64) &&
-                   image.Rows(1, 24, 64) == back.Rows(1, 24, 64);
+                   image.Rows(0, h, 64) == back.Rows(0, h, 64) &&
+                   image.Rows(1, h / 2, 64) == back.Rows(1, h / 2, 64);
     }
     unlink(path.c_str());
     return nullptr;
