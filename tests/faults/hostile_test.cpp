@@ -244,25 +244,6 @@ TEST(BuffersHostile, AMappingThatFailsIsAFailedAllocation) {
     EXPECT_EQ(1u, log.Count("Mmap DMA Buffer fail, pBuffer is nullptr"));
 }
 
-// A cache sync of a descriptor that is not open is refused as the kernel would refuse it.
-TEST(BuffersHostile, SyncRefusesDescriptorsThatAreNotOpen) {
-    ZOLBufferAllocator allocator;
-    char* buffer = nullptr;
-    int open = -1;
-    ASSERT_EQ(0, allocator.AllocDMABuffer(4096, &buffer, open));
-    const int closed = dup(open);
-    close(closed);
-    const struct {
-        int fd;
-        int result;
-    } kCases[] = {{-1, -EBADF}, {closed, -EBADF}, {open, 0}};
-    for (const auto& c : kCases) {
-        EXPECT_EQ(c.result, allocator.StartCPUSync(c.fd, ZOL_CPU_SYNC_READ_WRITE)) << c.fd;
-        EXPECT_EQ(c.result, allocator.EndCPUSync(c.fd)) << c.fd;
-    }
-    allocator.DeallocDMABuffer(4096, buffer, open);
-}
-
 const std::string kBase = "/data/vendor/camera/algosimulation/";
 constexpr const char* kNoData = "[algorithm simulation]: read data don't exit.";
 constexpr uint8_t kUntouched = 0xEE;

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <tuple>
@@ -52,6 +53,13 @@ TEST(BufferAllocator, DmaAndGraphicBuffersLeaveNothingBehind) {
         EXPECT_EQ(0x3c, again[kSize - 1]);
         munmap(again, kSize);
         EXPECT_EQ(MAP_FAILED, allocator.MapFDToBufferPointer(-1, 4096));  // only 0 is refused
+        // A cache sync of a descriptor that is not open is refused as the kernel refuses it.
+        const int closed = dup(fd);
+        close(closed);
+        for (const auto& [syncFd, result] : {std::pair(-1, -EBADF), {closed, -EBADF}, {fd, 0}}) {
+            EXPECT_EQ(result, allocator.StartCPUSync(syncFd, ZOL_CPU_SYNC_READ_WRITE)) << syncFd;
+            EXPECT_EQ(result, allocator.EndCPUSync(syncFd)) << syncFd;
+        }
         EXPECT_EQ(0, allocator.DeallocDMABuffer(kSize, buffer, fd));
         EXPECT_EQ(-1, fd);
         EXPECT_EQ(-1, allocator.DeallocDMABuffer(kSize, nullptr, fd));  // nothing to give back

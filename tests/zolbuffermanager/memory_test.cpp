@@ -4,6 +4,7 @@
 #include <android/log.h>
 #include <gtest/gtest.h>
 
+#include <deque>
 #include <sstream>
 #include <string>
 
@@ -105,16 +106,27 @@ TEST(PoolStats, FollowAScriptedSequenceAndItsLine) {
         const std::string held = manager ? "; manager " + std::to_string(manager->BusyBytes()) : "";
         EXPECT_EQ(step.figures, Describe(ZOLBufferPool::GetStats()) + held);
     }
-    ZOLBufferManager preview("preview"), capture("cap ture=1;"), again("preview");
+    // An unnamed manager is listed too; names past the line's room of 600 are counted instead.
+    ZOLBufferManager preview("preview"), capture("cap ture=1;"), again("preview"), unnamed;
+    std::deque<ZOLBufferManager> more;  // never moved
+    for (int i = 10; i < 30; ++i) {
+        more.emplace_back("x" + std::to_string(i) + std::string(28, 'z'));  // 31: kept whole
+    }
     ASSERT_TRUE(preview.AllocBuffer(300, &slot[0], fd, kHeap));
     ASSERT_TRUE(again.AllocBuffer(4096, &slot[1], fd, kDma));
+    ASSERT_TRUE(unnamed.AllocBuffer(8, &slot[2], fd, kHeap));
     zoltest::LogCapture log;
     ZOLBufferPool::LogStats();
+    std::string listed;
+    for (int i = 10; i < 26; ++i) {
+        listed += " x" + std::to_string(i) + std::string(28, 'z') + "=0";
+    }
     EXPECT_EQ(1u, log.Matching(ANDROID_LOG_INFO,
                                "[BufferPool] zolbuffermanager.cpp:# LogStats() pool stats: busy "
-                               "heap=300 dma=4096; free heap=0 dma=0; peak heap=300 dma=4096; "
-                               "allocs=5 reuses=1 releases=3; managers cap_ture_1_=0 "
-                               "preview=4396"))
+                               "heap=308 dma=4096; free heap=0 dma=0; peak heap=308 dma=4096; "
+                               "allocs=6 reuses=1 releases=3; managers UnknowBufferManager=8 "
+                               "cap_ture_1_=0 preview=4396" +
+                                   listed + " +4"))
         << ::testing::PrintToString(log.Texts());
 }
 
