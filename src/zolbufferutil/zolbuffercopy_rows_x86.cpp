@@ -2,11 +2,16 @@
 // blocks are page-aligned), so with a 2 KiB stride every destination row has the same low 12
 // address bits as the source rows two further on. memcpy's vector loop then loads from
 // addresses that seem to match stores still queued for the row before last (4K aliasing), and
-// a 1080p NV21 copy takes up to twice as long as one memcpy of its bytes. The CPU's string
-// copy (`rep movsb` with the enhanced-string feature) does not stall on it and copies such rows
-// as fast as a single memcpy of the whole payload, whatever the offsets. Short rows stay with
-// memcpy: there the string instruction's start-up costs more than the row.
+// a 1080p NV21 copy takes up to twice as long as one memcpy of its bytes.
+//
+// With AVX2 each row goes through a loop of four 32-byte loads then four stores, 128 bytes a
+// step, the last step overlapping the one before instead of a tail loop. It does not stall on
+// aliasing and, measured on 1080p NV21 with 128 bytes of padding, takes 13-19 % less time than
+// the CPU's string copy (4-11 % less at 12 MP), level with one memcpy of the payload.
+// Without AVX2 the string copy (`rep movsb`, when the CPU reports fast string copies) takes
+// rows of 1 KiB and more; shorter rows, and rows under 128 bytes always, stay with memcpy.
 #include <cpuid.h>
+#include <immintrin.h>
 
 #include <cstring>
 
@@ -15,35 +20,77 @@
 namespace zol::buffercopy {
 namespace {
 
-// Below this a row is copied with memcpy (measured: 512-byte rows slower with the string
-// copy, 768 bytes and more level or faster).
+constexpr size_t kVectorStep = 128;
+
+// Below this a row is copied with memcpy rather than the string copy (measured: 512-byte rows
+// slower with the string copy, 768 bytes and more level or faster).
 constexpr size_t kStringCopyMinRow = 1024;
 
-bool HasEnhancedStringCopy() {
+enum class RowCopy { kMemcpy, kString, kAvx2 };
+
+RowCopy ChooseRowCopy() {
+    __builtin_cpu_init();
+    if (__builtin_cpu_supports("avx2")) {
+        return RowCopy::kAvx2;
+    }
     unsigned eax = 0, ebx = 0, ecx = 0, edx = 0;
     // Leaf 7, sub-leaf 0, EBX bit 9: enhanced REP MOVSB/STOSB.
-    return __get_cpuid_count(7, 0, &eax, &ebx, &ecx, &edx) != 0 && (ebx & (1u << 9)) != 0;
+    const bool fastString =
+        __get_cpuid_count(7, 0, &eax, &ebx, &ecx, &edx) != 0 && (ebx & (1u << 9)) != 0;
+    return fastString ? RowCopy::kString : RowCopy::kMemcpy;
 }
 
 void StringCopy(unsigned char* dst, const unsigned char* src, size_t bytes) {
     asm volatile("rep movsb" : "+D"(dst), "+S"(src), "+c"(bytes) : : "memory");
 }
 
+// One 128-byte step: every load before any store.
+__attribute__((target("avx2"))) inline void Step128(unsigned char* dst, const unsigned char* src) {
+    const __m256i a = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(src));
+    const __m256i b = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(src + 32));
+    const __m256i c = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(src + 64));
+    const __m256i d = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(src + 96));
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst), a);
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + 32), b);
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + 64), c);
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + 96), d);
+}
+
+// Rows of at least kVectorStep bytes.
+__attribute__((target("avx2"))) void VectorCopyRows(unsigned char* dst, const unsigned char* src,
+                                                    size_t rowBytes, size_t rows,
+                                                    ptrdiff_t dstStride, ptrdiff_t srcStride) {
+    const size_t last = rowBytes - kVectorStep;
+    for (size_t r = 0; r < rows; ++r) {
+        const auto at = static_cast<ptrdiff_t>(r);
+        unsigned char* const d = dst + at * dstStride;
+        const unsigned char* const s = src + at * srcStride;
+        for (size_t i = 0; i < last; i += kVectorStep) {
+            Step128(d + i, s + i);
+        }
+        Step128(d + last, s + last);  // the row's last 128 bytes, over the step before if short
+    }
+}
+
 }  // namespace
 
 void CopyRows(unsigned char* dst, const unsigned char* src, size_t rowBytes, size_t rows,
               ptrdiff_t dstStride, ptrdiff_t srcStride) {
-    static const bool stringCopy = HasEnhancedStringCopy();
-    if (!stringCopy || rowBytes < kStringCopyMinRow) {
+    static const RowCopy how = ChooseRowCopy();
+    if (how == RowCopy::kAvx2 && rowBytes >= kVectorStep) {
+        VectorCopyRows(dst, src, rowBytes, rows, dstStride, srcStride);
+        return;
+    }
+    if (how == RowCopy::kString && rowBytes >= kStringCopyMinRow) {
         for (size_t r = 0; r < rows; ++r) {
             const auto at = static_cast<ptrdiff_t>(r);
-            memcpy(dst + at * dstStride, src + at * srcStride, rowBytes);
+            StringCopy(dst + at * dstStride, src + at * srcStride, rowBytes);
         }
         return;
     }
     for (size_t r = 0; r < rows; ++r) {
         const auto at = static_cast<ptrdiff_t>(r);
-        StringCopy(dst + at * dstStride, src + at * srcStride, rowBytes);
+        memcpy(dst + at * dstStride, src + at * srcStride, rowBytes);
     }
 }
 

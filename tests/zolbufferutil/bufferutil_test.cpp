@@ -28,6 +28,7 @@ TEST(BufferCopy, SourceRowsLandInTheDestinationsRowsAndNothingElseMoves) {
         {{0, 0}, {6, 4}, {4, 6}, {8, 8}, true, 4, 6, 2},   // transposed sizes match, no rotation
         {{0, 0}, {1100, 1100}, {4, 4}, {1100, 1100}, true, 4, 1100, 2},  // unpadded: one span
         {{0, 0}, {1100, 1100}, {4, 4}, {1104, 1280}, true, 4, 1100, 2},  // long padded rows
+        {{0, 0}, {130, 130}, {4, 4}, {136, 160}, true, 4, 130, 2},       // padded, 128 and a tail
         {{1, 7}, {4, 4}, {2, 2}, {8, 8}, true, 2, 4, 1},  // either format 0 or 1 will do
         {{0, 0}, {6, 6}, {4, 3}, {8, 8}, false, 0, 0, 0},
         {{7, 5}, {5, 5}, {3, 3}, {12, 16}, true, 3, 10, 0},  // 16 bits, one plane
