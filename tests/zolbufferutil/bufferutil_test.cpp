@@ -30,6 +30,7 @@ TEST(BufferCopy, SourceRowsLandInTheDestinationsRowsAndNothingElseMoves) {
         {{0, 0}, {1100, 1100}, {4, 4}, {1104, 1280}, true, 4, 1100, 2},  // long padded rows
         {{0, 0}, {130, 130}, {4, 4}, {136, 160}, true, 4, 130, 2},       // padded, 128 and a tail
         {{0, 0}, {6, 6}, {4, 4}, {6, 8}, true, 4, 6, 2},  // only the destination padded
+        {{0, 0}, {6, 6}, {4, 4}, {8, 6}, true, 4, 6, 2},  // only the source padded
         {{1, 7}, {4, 4}, {2, 2}, {8, 8}, true, 2, 4, 1},  // either format 0 or 1 will do
         {{0, 0}, {6, 6}, {4, 3}, {8, 8}, false, 0, 0, 0},
         {{7, 5}, {5, 5}, {3, 3}, {12, 16}, true, 3, 10, 0},  // 16 bits, one plane
@@ -61,10 +62,12 @@ TEST(BufferCopy, SourceRowsLandInTheDestinationsRowsAndNothingElseMoves) {
     TestImage one(0, 4, 2, 4, 96, 1);
     EXPECT_FALSE(ZOLBufferUtil::ZOLBufferCopy(&one.buffer, nullptr));
     EXPECT_FALSE(ZOLBufferUtil::ZOLBufferCopy(nullptr, &one.buffer));
-    // A negative row count or row size is an empty plane, not a huge copy.
+    // A negative row count or row size is an empty plane, not a huge copy; so is a null plane.
     unsigned char from[8] = {1, 1, 1, 1, 1, 1, 1, 1}, to[8] = {};
     ZOLBufferUtil::ZOLCopyPlane(to, from, 4, -1, 4, 4);
     ZOLBufferUtil::ZOLCopyPlane(to, from, -1, 2, 4, 4);
+    ZOLBufferUtil::ZOLCopyPlane(to, nullptr, 4, 2, 4, 4);
+    ZOLBufferUtil::ZOLCopyPlane(nullptr, from, 4, 2, 4, 4);
     EXPECT_EQ(0, to[0] + to[7]);
 }
 
