@@ -471,7 +471,8 @@ size_t Workload::CheckPool() {
         }
     }
     const ZOLBufferPoolStats stats = ZOLBufferPool::GetStats();
-    if (stats.busyBytes[0] + stats.busyBytes[1] != 0 || stats.busyCount[0] + stats.busyCount[1]) {
+    if (stats.busyBytes[0] + stats.busyBytes[1] != 0 ||
+        stats.busyCount[0] + stats.busyCount[1] != 0) {
         Violation("the pool's figures count blocks as busy that every holder freed");
     }
     size_t freeDma = 0;
